@@ -46,6 +46,17 @@ inline constexpr DWORD ERROR_IO_DEVICE = 1117;
 inline constexpr DWORD ERROR_NO_SYSTEM_RESOURCES = 1450;
 inline constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
 
+// A key of the registry: one of the predefined ones below, or an open key of the layer's.
+struct RegistryKey;
+using HKEY = RegistryKey*;
+
+// A point in time in steps of 100 nanoseconds since 1601-01-01 UTC.
+struct FILETIME
+{
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+};
+
 // The address of a function whose type the caller knows.
 using FARPROC = void (*)();
 

@@ -4,6 +4,14 @@
 #include <cstdlib>
 #include <new>
 
+extern "C"
+{
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+void __real_free(void* block);
+}
+
 namespace
 {
 
@@ -44,7 +52,7 @@ void* New(std::size_t size, std::size_t alignment)
         size = 1;
     }
     return Counted(alignment == 0
-                       ? std::malloc(size)
+                       ? __real_malloc(size)
                        : std::aligned_alloc(alignment, (size + alignment - 1) & ~(alignment - 1)));
 }
 
@@ -60,7 +68,7 @@ void* NewOrThrow(std::size_t size, std::size_t alignment)
 void Delete(void* block)
 {
     Uncount(block);
-    std::free(block);
+    __real_free(block);
 }
 
 } // namespace
@@ -88,11 +96,6 @@ void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { Delete
 
 extern "C"
 {
-void* __real_malloc(std::size_t size);
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __real_realloc(void* block, std::size_t size);
-void __real_free(void* block);
-
 void* __wrap_malloc(std::size_t size)
 {
     return FailsNow() ? nullptr : Counted(__real_malloc(size));

@@ -1,0 +1,23 @@
+// Facts about the platform, taken once by the library's start and read without a lock afterwards.
+#pragma once
+
+#include "platform/com.h"
+#include "platform/types.h"
+
+namespace qv::core
+{
+
+using RegDeleteKeyExFunction = platform::LONG (*)(platform::HKEY key, const char16_t* name,
+                                                  platform::DWORD view, platform::DWORD reserved);
+using GetTimeFunction = void (*)(platform::FILETIME* time);
+
+extern std::int32_t s_isNT;      // the platform is the NT family
+extern std::int16_t s_isWow64;   // a 32-bit process on a 64-bit system
+extern platform::IMalloc* s_malloc; // the task allocator; null when it could not be had
+extern RegDeleteKeyExFunction s_regDeleteKeyEx;
+extern GetTimeFunction s_getPreciseTime;
+
+// This library's own identity in the module set.
+std::uint32_t SelfModule();
+
+} // namespace qv::core
