@@ -1,0 +1,19 @@
+/*
+ * The whole interface of qvcore6.
+ *
+ * Each family has a header of its own, which opens with its model and an example; a program that
+ * uses one or two families includes just those.
+ */
+#ifndef QVCORE6_QVCORE6_H
+#define QVCORE6_QVCORE6_H
+
+#include <qvcore6/base.h>
+#include <qvcore6/component.h>
+#include <qvcore6/memory.h>
+#include <qvcore6/module.h>
+#include <qvcore6/mutex.h>
+#include <qvcore6/registry.h>
+#include <qvcore6/result.h>
+#include <qvcore6/str.h>
+
+#endif
