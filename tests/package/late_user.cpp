@@ -1,5 +1,6 @@
 // A library that uses the exported functions from its own constructor and destructor.
 #include <qvcore6/mutex.h>
+#include <qvcore6/result.h>
 
 #include <cstdlib>
 
