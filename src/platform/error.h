@@ -8,8 +8,8 @@ namespace qv::platform
 
 extern "C"
 {
-DWORD GetLastError();
-void SetLastError(DWORD error);
+    DWORD GetLastError();
+    void SetLastError(DWORD error);
 }
 
 // The error number for an errno value. Calls with a rule of their own test for it first.

@@ -6,10 +6,10 @@
 
 extern "C"
 {
-void* __real_malloc(std::size_t size);
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __real_realloc(void* block, std::size_t size);
-void __real_free(void* block);
+    void* __real_malloc(std::size_t size);
+    void* __real_calloc(std::size_t count, std::size_t size);
+    void* __real_realloc(void* block, std::size_t size);
+    void __real_free(void* block);
 }
 
 namespace
@@ -96,35 +96,35 @@ void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { Delete
 
 extern "C"
 {
-void* __wrap_malloc(std::size_t size)
-{
-    return FailsNow() ? nullptr : Counted(__real_malloc(size));
-}
-
-void* __wrap_calloc(std::size_t count, std::size_t size)
-{
-    return FailsNow() ? nullptr : Counted(__real_calloc(count, size));
-}
-
-void* __wrap_realloc(void* block, std::size_t size)
-{
-    if (FailsNow()) {
-        return nullptr;
+    void* __wrap_malloc(std::size_t size)
+    {
+        return FailsNow() ? nullptr : Counted(__real_malloc(size));
     }
-    void* grown = __real_realloc(block, size);
-    if (block == nullptr) {
-        Counted(grown);
-    } else if (grown == nullptr && size == 0) {
+
+    void* __wrap_calloc(std::size_t count, std::size_t size)
+    {
+        return FailsNow() ? nullptr : Counted(__real_calloc(count, size));
+    }
+
+    void* __wrap_realloc(void* block, std::size_t size)
+    {
+        if (FailsNow()) {
+            return nullptr;
+        }
+        void* grown = __real_realloc(block, size);
+        if (block == nullptr) {
+            Counted(grown);
+        } else if (grown == nullptr && size == 0) {
+            Uncount(block);
+        }
+        return grown;
+    }
+
+    void __wrap_free(void* block)
+    {
         Uncount(block);
+        __real_free(block);
     }
-    return grown;
-}
-
-void __wrap_free(void* block)
-{
-    Uncount(block);
-    __real_free(block);
-}
 }
 
 namespace qv::test

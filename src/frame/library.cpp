@@ -1,0 +1,166 @@
+#include "frame/library.h"
+
+#include <qvcore6/module.h>
+
+#include <clocale>
+#include <memory>
+#include <utility>
+
+#include "component/module_manager.h"
+#include "frame/boundary.h"
+#include "frame/client_data.h"
+#include "frame/facts.h"
+#include "frame/global_data.h"
+#include "frame/platform_facts.h"
+#include "locks/mutex.h"
+#include "platform/lifecycle.h"
+
+constinit CQVGlobalData g_globalData{};
+
+namespace qv::core
+{
+
+namespace
+{
+
+// Starts without a stop. The loader runs its notifications one at a time.
+constinit std::int32_t s_startCount = 0;
+
+void MakeDebugMutex()
+{
+    auto cell = std::make_unique<QVMutex>(QV_MUTEX_NONE);
+    ThrowIfFailed(QVMutexCreate("CQVGlobalData::m_debugMutex", QV_MUTEX_UNTRACKED, cell.get()));
+    g_globalData.m_debugMutex = cell.release();
+}
+
+// Each object finds those before it in place. A throw leaves what was made before it.
+void MakeGlobalData()
+{
+    g_globalData.m_mutexProvider = new CQVMutexProvider;
+    MakeDebugMutex();
+    g_globalData.m_moduleManager = new CQVModuleManager;
+    g_globalData.m_clientData = new CQVClientData;
+}
+
+template <class T> void End(T*& object)
+{
+    delete object;
+    object = nullptr;
+}
+
+void EndDebugMutex()
+{
+    if (g_globalData.m_debugMutex != nullptr) {
+        QVMutexDestroy(*g_globalData.m_debugMutex);
+        End(g_globalData.m_debugMutex);
+    }
+}
+
+// The client data go before the module manager: dropping cached factories asks the module gate.
+void EndGlobalData()
+{
+    End(g_globalData.m_clientData);
+    End(g_globalData.m_moduleManager);
+    EndDebugMutex();
+    End(g_globalData.m_mutexProvider);
+}
+
+void ReleaseTaskAllocator()
+{
+    if (s_malloc != nullptr && s_malloc->Release() == 0) {
+        s_malloc = nullptr;
+    }
+}
+
+} // namespace
+
+QVRESULT QVLibraryStart()
+{
+    if (++s_startCount != 1) {
+        return S_OK;
+    }
+    std::setlocale(LC_ALL, "");
+    TakePlatformFacts();
+    const QVRESULT made = Boundary(MakeGlobalData);
+    if (made < 0) {
+        return made;
+    }
+    return platform::CoGetMalloc(1, &s_malloc);
+}
+
+QVRESULT QVLibraryStop()
+{
+    if (s_startCount < 1) {
+        return E_FAIL;
+    }
+    if (--s_startCount != 0) {
+        return S_OK;
+    }
+    ReleaseTaskAllocator();
+    Boundary(EndGlobalData);
+    return S_OK;
+}
+
+std::uint32_t SelfModule()
+{
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(&platform::DllMain));
+}
+
+} // namespace qv::core
+
+namespace qv::platform
+{
+
+constinit const char* const kModuleExport = "QVMutexCreate";
+
+BOOL DllMain(void* /*instance*/, DWORD reason, void* reserved)
+{
+    if (reason == DLL_PROCESS_ATTACH) {
+        core::QVLibraryStart();
+        QVModuleSetInitialized(core::SelfModule(), 1);
+    } else if (reason == DLL_PROCESS_DETACH) {
+        // Marked first, so that the factory cache frees no library inside this notification.
+        QVModuleSetInitialized(core::SelfModule(), 0);
+        if (reserved == nullptr) {
+            core::QVLibraryStop();
+        }
+    }
+    return kTrue;
+}
+
+// The child must find every table whole and every lock free, so both tables stand still meanwhile.
+void ForkNotification(ForkStage stage)
+{
+    CQVModuleManager* const modules = g_globalData.m_moduleManager;
+    CQVFactoryManager* const factories = g_globalData.m_clientData != nullptr
+                                             ? &g_globalData.m_clientData->m_factoryManager
+                                             : nullptr;
+    switch (stage) {
+    case ForkStage::Prepare:
+        if (factories != nullptr) {
+            factories->PrepareFork();
+        }
+        if (modules != nullptr) {
+            modules->PrepareFork();
+        }
+        break;
+    case ForkStage::Parent:
+        if (modules != nullptr) {
+            modules->ParentAfterFork();
+        }
+        if (factories != nullptr) {
+            factories->ParentAfterFork();
+        }
+        break;
+    case ForkStage::Child:
+        if (modules != nullptr) {
+            modules->ChildAfterFork();
+        }
+        if (factories != nullptr) {
+            factories->ChildAfterFork();
+        }
+        break;
+    }
+}
+
+} // namespace qv::platform

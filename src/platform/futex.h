@@ -1,0 +1,16 @@
+// Waiting in the kernel on a 32-bit word of this process.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace qv::platform
+{
+
+// Sleeps while the word holds the expected value. Returns early at any time: callers test again.
+void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected);
+
+// Wakes at most count sleepers. The word's memory may be gone already; only its address is used.
+void FutexWake(const std::atomic<std::uint32_t>* word, int count);
+
+} // namespace qv::platform
