@@ -13,6 +13,7 @@
 #include "frame/global_data.h"
 #include "frame/platform_facts.h"
 #include "locks/mutex.h"
+#include "platform/com.h"
 #include "platform/lifecycle.h"
 
 constinit CQVGlobalData g_globalData{};

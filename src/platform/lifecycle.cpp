@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "platform/loader.h"
 #include "platform/registry_store.h"
 
 extern "C" int __cxa_atexit(void (*function)(void*), void* argument, void* module);
@@ -93,6 +94,7 @@ bool OtherThreadsLive()
     if (!ProcessIsExiting()) {
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         CloseRegistryStores();
+        ForgetLibraries();
         return;
     }
     static char processEnds;

@@ -1,0 +1,31 @@
+// Processes end with their own exit code, whatever their threads do in the library meanwhile.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <sys/wait.h>
+
+namespace
+{
+
+int ExitCodeOf(const std::string& program, const std::string& how)
+{
+    const int status = std::system(("timeout 120 '" + program + "' " + how).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Ending, KeepsTheExitCode)
+{
+    const char* const ways[] = {"return", "return-busy", "exit-from-thread", "quick-exit-busy",
+                                "fork",   "fork-busy",   "fork-held"};
+    for (const char* const program : {QV_TEST_LINKED, QV_TEST_DLOPENED}) {
+        for (const char* const way : ways) {
+            for (int round = 0; round < 5; ++round) {
+                EXPECT_EQ(ExitCodeOf(program, way), 42) << program << ' ' << way;
+            }
+        }
+    }
+    EXPECT_EQ(ExitCodeOf(QV_TEST_DLOPENED, "unload-then-return"), 42);
+}
+
+} // namespace

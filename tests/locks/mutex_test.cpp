@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <qvcore6/mutex.h>
+#include <qvcore6/result.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+class HeldMutex
+{
+public:
+    explicit HeldMutex(uint32_t flags = 0)
+    {
+        EXPECT_EQ(QVMutexCreate("test", flags, &m_mutex), S_OK);
+    }
+    ~HeldMutex() { EXPECT_EQ(QVMutexDestroy(m_mutex), 0); }
+    HeldMutex(const HeldMutex&) = delete;
+    HeldMutex& operator=(const HeldMutex&) = delete;
+    operator QVMutex() const { return m_mutex; }
+
+private:
+    QVMutex m_mutex = QV_MUTEX_NONE;
+};
+
+QVRESULT TryFromAnotherThread(QVMutex mutex)
+{
+    QVRESULT result = S_OK;
+    std::thread([&] {
+        result = QVMutexTryAcquire(mutex);
+        if (result == S_OK) {
+            QVMutexRelease(mutex);
+        }
+    }).join();
+    return result;
+}
+
+TEST(Mutex, FlagsThatPlainMutexesTake)
+{
+    struct Row
+    {
+        uint32_t flags;
+        QVRESULT result;
+    };
+    const Row rows[] = {
+        {0, S_OK},
+        {QV_MUTEX_UNTRACKED, S_OK},
+        {QV_MUTEX_SPIN, S_OK},
+        {QV_MUTEX_NON_RECURSIVE, S_OK},
+        {QV_MUTEX_STATS | QV_MUTEX_UNTRACKED, S_OK},
+        {0x00000001, S_OK},
+        {QV_MUTEX_STATS, E_NOTIMPL},
+        {QV_MUTEX_CHECKED, E_NOTIMPL},
+        {QV_MUTEX_CHECKED | QV_MUTEX_UNTRACKED, E_NOTIMPL},
+    };
+    for (const Row& row : rows) {
+        QVMutex mutex = nullptr;
+        EXPECT_EQ(QVMutexCreate("flags", row.flags, &mutex), row.result) << row.flags;
+        EXPECT_EQ(mutex != QV_MUTEX_NONE, row.result == S_OK) << row.flags;
+        if (row.result == S_OK) {
+            EXPECT_EQ(QVMutexAcquire(mutex), S_OK);
+            EXPECT_EQ(QVMutexAcquire(mutex), S_OK) << "recursive, whatever the flags";
+            EXPECT_EQ(TryFromAnotherThread(mutex), E_FAIL);
+            EXPECT_EQ(QVMutexRelease(mutex), S_OK);
+            EXPECT_EQ(TryFromAnotherThread(mutex), E_FAIL) << "one level is left";
+            EXPECT_EQ(QVMutexRelease(mutex), S_OK);
+            EXPECT_EQ(TryFromAnotherThread(mutex), S_OK);
+            EXPECT_EQ(QVMutexDestroy(mutex), 0);
+        }
+    }
+}
+
+TEST(Mutex, TryCountsLevelsToo)
+{
+    const HeldMutex mutex;
+    EXPECT_EQ(QVMutexTryAcquire(mutex), S_OK);
+    EXPECT_EQ(QVMutexTryAcquire(mutex), S_OK);
+    EXPECT_EQ(QVMutexAcquire(mutex), S_OK);
+    QVMutexRelease(mutex);
+    QVMutexRelease(mutex);
+    EXPECT_EQ(TryFromAnotherThread(mutex), E_FAIL);
+    QVMutexRelease(mutex);
+    EXPECT_EQ(TryFromAnotherThread(mutex), S_OK);
+}
+
+TEST(Mutex, PlainOneKnowsNoOwner)
+{
+    const HeldMutex mutex;
+    EXPECT_EQ(QVMutexAssertOwnership(mutex, 1), 1);
+    EXPECT_EQ(QVMutexAssertOwnership(mutex, 0), 1);
+    QVMutexAcquire(mutex);
+    EXPECT_EQ(QVMutexAssertOwnership(mutex, 0), 1);
+    QVMutexRelease(mutex);
+    EXPECT_NE(QVMutexGetOSMutex(mutex), nullptr);
+    EXPECT_EQ(QVMutexGetOSMutex(mutex), QVMutexGetOSMutex(mutex));
+}
+
+TEST(Mutex, ExcludesAndOrders)
+{
+    for (const uint32_t flags : {0u, QV_MUTEX_SPIN}) {
+        const HeldMutex mutex(flags);
+        long counter = 0;
+        std::vector<std::thread> threads;
+        for (int count = 0; count < 8; ++count) {
+            threads.emplace_back([&, count] {
+                for (int round = 0; round < 5000; ++round) {
+                    if (count % 4 == 3) {
+                        while (QVMutexTryAcquire(mutex) != S_OK) {
+                            std::this_thread::yield();
+                        }
+                    } else {
+                        QVMutexAcquire(mutex);
+                    }
+                    QVMutexAcquire(mutex);
+                    ++counter;
+                    QVMutexRelease(mutex);
+                    QVMutexRelease(mutex);
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(counter, 40000);
+    }
+}
+
+// The next holder may destroy the mutex the moment it has it: the leaver must be done with it.
+TEST(Mutex, MayBeDestroyedByTheNextHolder)
+{
+    for (int round = 0; round < 2000; ++round) {
+        QVMutex mutex = QV_MUTEX_NONE;
+        ASSERT_EQ(QVMutexCreate("handed over", 0, &mutex), S_OK);
+        QVMutexAcquire(mutex);
+        std::atomic<bool> waiting{false};
+        std::thread next([&] {
+            waiting = true;
+            QVMutexAcquire(mutex);
+            QVMutexRelease(mutex);
+            QVMutexDestroy(mutex);
+        });
+        while (!waiting) {
+            std::this_thread::yield();
+        }
+        QVMutexRelease(mutex);
+        next.join();
+    }
+}
+
+TEST(Mutex, CreatedFromThousandsOfThreads)
+{
+    std::atomic<int> made{0};
+    for (int batch = 0; batch < 40; ++batch) {
+        std::vector<std::thread> threads;
+        for (int count = 0; count < 50; ++count) {
+            threads.emplace_back([&made, count] {
+                QVMutex mutex = QV_MUTEX_NONE;
+                const std::string name(static_cast<std::size_t>(count) * 1000, 'n');
+                if (QVMutexCreate(count == 0 ? nullptr : name.c_str(), 0, &mutex) == S_OK &&
+                    QVMutexAcquire(mutex) == S_OK && QVMutexRelease(mutex) == S_OK &&
+                    QVMutexDestroy(mutex) == 0) {
+                    ++made;
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    EXPECT_EQ(made, 2000);
+}
+
+} // namespace
