@@ -91,11 +91,11 @@ void* CQVFactoryManager::LoadClassObject(const GUID& clsid, const GUID& iid, Hel
     ThrowIfFailed(QVLibGetSymbol(library.Get(), u"DllGetClassObject", &symbol));
     const auto entry = reinterpret_cast<QVDllGetClassObject>(symbol);
     object.Take(InterfaceFrom([&](void** out) { return entry(&clsid, &iid, out); }));
-    // From the record on nothing may fail: the record owns the library, and would close it before
-    // the interface is released.
+    const FactoryMap::Record record(new CQVFactoryData(object.Get()));
     m_map.Reserve();
-    const FactoryMap::Record record(new CQVFactoryData(object.Get(), library.Get()));
-    library.PassOn();
+    // Last, when nothing can fail any more: a record that ends closes its library, and that must
+    // not happen before the interface is released.
+    record->TakeLibrary(library.PassOn());
     // A record that is there already came from the load routine or the entry point just called.
     const FactoryMap::Record replaced = m_map.Store(ClassKey(clsid), record);
     return object.PassOn();

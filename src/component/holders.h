@@ -52,7 +52,7 @@ public:
         ThrowIfFailed(QVModuleLibOpen(SelfModule(), path, &m_library));
     }
     QVLibrary Get() const { return m_library; }
-    void PassOn() { m_library = QV_LIBRARY_NONE; }
+    QVLibrary PassOn() { return std::exchange(m_library, QV_LIBRARY_NONE); }
 
 private:
     QVLibrary m_library = QV_LIBRARY_NONE;

@@ -36,7 +36,7 @@ void CQVLibraryManager::Close(QVLibrary library)
 
 void* CQVLibraryManager::GetSymbol(QVLibrary library, const QVWChar* name)
 {
-    const std::string narrow = qv::core::QVWStringToAnsi(name);
+    const std::string narrow = QVWStringToAnsi(name);
     const qv::platform::FARPROC symbol =
         qv::platform::GetProcAddress(ModuleOf(library), narrow.c_str());
     if (symbol == nullptr) {

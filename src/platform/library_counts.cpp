@@ -11,44 +11,40 @@ namespace qv::platform
 namespace
 {
 
-// Entries are pushed and never taken out, so that no lock is needed that a fork could leave held.
-// An entry whose count is 0 serves the next library at the same address; two entries for one handle
-// (two threads pushed at once) add up.
+// One entry for each open, pushed and never taken out; a null handle makes it free for the next
+// one. So no lock is needed that a fork could leave held.
 struct Entry
 {
     Entry* next;
-    void* handle;
-    std::atomic<long> count;
+    std::atomic<void*> handle;
 };
 
 constinit std::atomic<Entry*> g_first{nullptr};
 
-Entry* Find(Entry* entry, const void* handle)
+// Makes the first entry with the one value hold the other. False if there is none.
+bool Replace(void* from, void* to)
 {
-    while (entry != nullptr && entry->handle != handle) {
-        entry = entry->next;
+    for (Entry* entry = g_first.load(); entry != nullptr; entry = entry->next) {
+        void* expected = from;
+        if (entry->handle.compare_exchange_strong(expected, to)) {
+            return true;
+        }
     }
-    return entry;
-}
-
-Entry* First()
-{
-    return g_first.load(std::memory_order_acquire);
+    return false;
 }
 
 } // namespace
 
 bool CountLibrary(void* handle)
 {
-    if (Entry* const known = Find(First(), handle)) {
-        ++known->count;
+    if (Replace(nullptr, handle)) {
         return true;
     }
     void* const memory = std::malloc(sizeof(Entry));
     if (memory == nullptr) {
         return false;
     }
-    Entry* const entry = new (memory) Entry{First(), handle, 1};
+    Entry* const entry = new (memory) Entry{g_first.load(), handle};
     while (!g_first.compare_exchange_weak(entry->next, entry)) {
     }
     return true;
@@ -56,24 +52,14 @@ bool CountLibrary(void* handle)
 
 bool UncountLibrary(void* handle)
 {
-    for (Entry* entry = Find(First(), handle); entry != nullptr;
-         entry = Find(entry->next, handle)) {
-        long count = entry->count.load();
-        while (count > 0) {
-            if (entry->count.compare_exchange_weak(count, count - 1)) {
-                return true;
-            }
-        }
-    }
-    return false;
+    return handle != nullptr && Replace(handle, nullptr);
 }
 
 bool IsLibraryOpen(void* handle)
 {
-    for (const Entry* entry = Find(First(), handle); entry != nullptr;
-         entry = Find(entry->next, handle)) {
-        if (entry->count.load() > 0) {
-            return true;
+    for (const Entry* entry = g_first.load(); entry != nullptr; entry = entry->next) {
+        if (entry->handle.load() == handle) {
+            return handle != nullptr;
         }
     }
     return false;

@@ -1,0 +1,192 @@
+#include "analysis.h"
+
+#include <qvcore6/result.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "report.h"
+#include "store.h"
+#include "text_analyser.h"
+
+namespace host
+{
+
+namespace
+{
+
+constexpr std::size_t kPieceBytes = 256 * 1024;
+constexpr int kCachedLookUps = 10000;
+
+// Gives a counted interface back.
+struct ReleaseInterface
+{
+    void operator()(IQVUnknown* object) const { object->Release(); }
+};
+using Analyser = std::unique_ptr<ITextAnalyser, ReleaseInterface>;
+
+struct CloseFile
+{
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+struct FreeBlock
+{
+    void operator()(char* block) const { QVComFree(block); }
+};
+
+QVRESULT LookUp(const TextClass& textClass)
+{
+    void* object = nullptr;
+    const QVRESULT result = QVComGetClassObject(&textClass.clsid, &QV_IID_CLASS_FACTORY, &object);
+    if (result >= 0) {
+        static_cast<IQVUnknown*>(object)->Release();
+    }
+    return result;
+}
+
+double MicrosecondsSince(std::chrono::steady_clock::time_point begin)
+{
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin)
+        .count();
+}
+
+QVRESULT Create(const TextClass& textClass, Analyser& analyser)
+{
+    void* object = nullptr;
+    const QVRESULT result =
+        textClass.byGuid ? QVComCreateObject(&textClass.clsid, nullptr, &IID_TextAnalyser, &object)
+                         : QVComCreateObjectByProgID(textClass.progId.c_str(), nullptr,
+                                                     &IID_TextAnalyser, &object);
+    if (result >= 0) {
+        analyser.reset(static_cast<ITextAnalyser*>(object));
+    }
+    return result;
+}
+
+// An object of one class at work on one file.
+struct Worker
+{
+    std::string name;
+    Analyser analyser;
+    QVRESULT result = S_OK;
+};
+
+std::vector<Worker> MakeWorkers(const std::vector<TextClass>& classes)
+{
+    std::vector<Worker> workers;
+    for (const TextClass& textClass : classes) {
+        Worker worker;
+        worker.name = Narrow(textClass.progId);
+        worker.result = Create(textClass, worker.analyser);
+        workers.push_back(std::move(worker));
+    }
+    return workers;
+}
+
+// Reads in pieces: a file may be larger than memory.
+bool FeedFile(std::FILE* file, std::vector<Worker>& workers)
+{
+    std::vector<char> piece(kPieceBytes);
+    std::size_t size = 0;
+    while ((size = std::fread(piece.data(), 1, piece.size(), file)) != 0) {
+        for (Worker& worker : workers) {
+            if (worker.result >= 0) {
+                worker.result = worker.analyser->Feed(piece.data(), static_cast<uint32_t>(size));
+            }
+        }
+    }
+    return std::ferror(file) == 0;
+}
+
+bool PrintReport(const std::string& file, Worker& worker)
+{
+    if (worker.result >= 0) {
+        char* rows = nullptr;
+        worker.result = worker.analyser->Report(&rows);
+        const std::unique_ptr<char, FreeBlock> block(rows);
+        if (worker.result >= 0 && rows != nullptr) {
+            std::printf("  %s\n", worker.name.c_str());
+            PrintRows(4, rows);
+            return true;
+        }
+    }
+    PrintProblem(file + ": " + worker.name + " failed: " + InWords(worker.result));
+    return false;
+}
+
+std::string WhyUnusable(QVRESULT result)
+{
+    switch (result) {
+    case REGDB_E_CLASSNOTREG:
+    case E_ACCESSDENIED:
+    case E_OUTOFMEMORY:
+        return InWords(result);
+    default:
+        return "its library is missing, or is no component (" + InWords(result) + ")";
+    }
+}
+
+} // namespace
+
+bool Introduce(TextClass& textClass)
+{
+    const std::string name = Narrow(textClass.progId);
+    const QVRESULT found = QVComClassIDFromProgID(textClass.progId.c_str(), &textClass.clsid);
+    if (found < 0) {
+        PrintProblem("class " + name + " cannot be used: " + InWords(found));
+        return false;
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    const QVRESULT result = LookUp(textClass);
+    const double first = MicrosecondsSince(begin);
+    if (result < 0) {
+        PrintProblem("class " + name + " cannot be used: " + WhyUnusable(result));
+        return false;
+    }
+    const auto again = std::chrono::steady_clock::now();
+    for (int i = 0; i < kCachedLookUps; ++i) {
+        LookUp(textClass);
+    }
+    const double cached = MicrosecondsSince(again) / kCachedLookUps;
+    std::printf("  %s\n", Shown(name).c_str());
+    PrintRow(4, "class", GuidText(textClass.clsid));
+    PrintRow(4, "created by", textClass.byGuid ? "GUID" : "name");
+    PrintRow(4, "first look-up", Microseconds(first) + "  (registry, loader, component)");
+    PrintRow(4, "cached look-up", Microseconds(cached));
+    return true;
+}
+
+bool Analyse(const std::string& file, const std::vector<TextClass>& classes)
+{
+    std::error_code error;
+    if (std::filesystem::is_directory(file, error)) {
+        PrintProblem(file + ": this is a directory, not a file");
+        return false;
+    }
+    const File opened(std::fopen(file.c_str(), "rb"));
+    if (!opened) {
+        PrintProblem(file + ": cannot be opened: " + std::strerror(errno));
+        return false;
+    }
+    std::vector<Worker> workers = MakeWorkers(classes);
+    if (!FeedFile(opened.get(), workers)) {
+        PrintProblem(file + ": cannot be read to its end: " + std::strerror(errno));
+        return false;
+    }
+    std::printf("\n%s\n", Shown(file).c_str());
+    bool good = true;
+    for (Worker& worker : workers) {
+        good = PrintReport(file, worker) && good;
+    }
+    return good;
+}
+
+} // namespace host

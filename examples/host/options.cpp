@@ -1,0 +1,84 @@
+#include "options.h"
+
+#include <cstddef>
+
+namespace host
+{
+
+namespace
+{
+
+// The value of "--name VALUE" or "--name=VALUE" at arguments[i], which moves on. False if
+// arguments[i] is another option.
+bool TakeValue(const std::vector<std::string>& arguments, std::size_t& i, const std::string& name,
+               std::string& value, std::string& error)
+{
+    const std::string& argument = arguments[i];
+    if (argument.compare(0, name.size() + 1, name + "=") == 0) {
+        value = argument.substr(name.size() + 1);
+    } else if (argument != name) {
+        return false;
+    } else if (i + 1 < arguments.size()) {
+        value = arguments[++i];
+    }
+    if (value.empty()) {
+        error = name + " needs a value";
+    }
+    return true;
+}
+
+} // namespace
+
+Options ReadOptions(int count, char** arguments)
+{
+    Options options;
+    const std::vector<std::string> list(arguments + (count > 0 ? 1 : 0), arguments + count);
+    bool onlyFiles = false;
+    for (std::size_t i = 0; i < list.size() && options.error.empty(); ++i) {
+        std::string value;
+        if (onlyFiles || list[i].empty() || list[i][0] != '-') {
+            options.files.push_back(list[i]);
+        } else if (list[i] == "--") {
+            onlyFiles = true;
+        } else if (list[i] == "--help" || list[i] == "-h") {
+            options.help = true;
+        } else if (TakeValue(list, i, "--state", value, options.error)) {
+            options.stateFolder = value;
+        } else if (TakeValue(list, i, "--components", value, options.error)) {
+            options.componentFolder = value;
+        } else if (TakeValue(list, i, "--class", value, options.error)) {
+            options.moreClasses.push_back(value);
+        } else {
+            options.error = "unknown option " + list[i];
+        }
+    }
+    if (options.error.empty() && !options.help && options.files.empty()) {
+        options.error = "no file to look at";
+    }
+    return options;
+}
+
+std::string HelpText()
+{
+    return R"(Usage: host [OPTION]... FILE...
+
+Looks at each FILE with the classes of two components, a text counter written in
+C++ and a word table written in C, and prints what they find. The classes are
+registered in a store first, and then created by name or by GUID, as any program
+that uses the library would do it.
+
+  --state DIR        keep the store in DIR; without it in $QVCORE6_STATE_DIR, or
+                     in the folder "state" beside this program
+  --components DIR   where the components' libraries are; without it in the
+                     folder "components" beside this program's own folder
+  --class NAME       look at the files with this class too, if it is registered
+                     in the store; may be given more than once
+  --                 what follows are files, even if they start with "-"
+  -h, --help         this text
+
+Exit status: 0 if all went well, 1 if a class or a file could not be used (the
+others are still done), 2 if the command line is wrong.
+)";
+}
+
+} // namespace host

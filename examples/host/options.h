@@ -1,0 +1,23 @@
+// The command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace host
+{
+
+struct Options
+{
+    bool help = false;
+    std::string error; // what is wrong with the command line, in words
+    std::string stateFolder;
+    std::string componentFolder;
+    std::vector<std::string> moreClasses; // ProgIDs beside those of the example
+    std::vector<std::string> files;
+};
+
+Options ReadOptions(int count, char** arguments);
+std::string HelpText();
+
+} // namespace host

@@ -1,0 +1,5 @@
+// A library with one function.
+extern "C" [[gnu::visibility("default")]] int TestAnswer()
+{
+    return 42;
+}
