@@ -21,10 +21,12 @@
  *     QVStrNZCatA(path, sizeof path, "lib/services", UINT32_MAX);
  *     assert(QVStrCmpA(path, "/var/lib/servic") == 0);
  *
+ *     char joined[16] = "";
  *     char* state = path;
  *     for (char* part; (part = QVStrTokA(&state, "/")) != NULL;) {
- *         assert(QVStrNLenA(part, 7) <= 6);
+ *         QVStrCatA(joined, part);
  *     }
+ *     assert(QVStrCmpA(joined, "varlibservic") == 0);
  */
 #ifndef QVCORE6_STR_H
 #define QVCORE6_STR_H

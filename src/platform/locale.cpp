@@ -106,13 +106,31 @@ std::int32_t ConvertBy(UConverter* converter, char* dest, int size, const WCHAR*
     return ucnv_fromUChars(converter, dest, size, src, count, &status);
 }
 
-// The C library's own tables, for the few charsets that ICU has no converter for.
+// Made once and kept, for the few charsets that ICU has no converter for: the C library loses some
+// memory for each locale that it makes under a LOCPATH. Null if memory ran out.
+constinit std::atomic<locale_t> g_locale{nullptr};
+
+locale_t AnsiLocale()
+{
+    locale_t locale = g_locale.load(std::memory_order_acquire);
+    if (locale == nullptr) {
+        LocaleHolder made(newlocale(LC_CTYPE_MASK, "", nullptr));
+        if (g_locale.compare_exchange_strong(locale, made.get())) {
+            locale = made.release();
+        }
+    }
+    return locale;
+}
+
+// This thread's locale is the environment's while one lives.
 class InAnsiLocale
 {
 public:
-    InAnsiLocale() : m_locale(newlocale(LC_CTYPE_MASK, "", nullptr))
+    InAnsiLocale() : m_before(nullptr)
     {
-        m_before = m_locale ? uselocale(m_locale.get()) : nullptr;
+        if (const locale_t locale = AnsiLocale(); locale != nullptr) {
+            m_before = uselocale(locale);
+        }
     }
     ~InAnsiLocale()
     {
@@ -125,7 +143,6 @@ public:
     bool IsIn() const { return m_before != nullptr; }
 
 private:
-    LocaleHolder m_locale;
     locale_t m_before;
 };
 

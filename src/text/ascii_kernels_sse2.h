@@ -9,7 +9,6 @@
 
 #include <emmintrin.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -62,6 +61,13 @@ template <> struct Lanes<char16_t>
         return Above(_mm_add_epi16(block, Splat(0x7FFF)), Splat(0x7E - 0x8000));
     }
 };
+
+// By value: std::min would take the addresses of locals, whose scopes the sanitizers then track in
+// functions that they otherwise leave alone.
+[[gnu::always_inline]] inline std::size_t Smaller(std::size_t a, std::size_t b)
+{
+    return a < b ? a : b;
+}
 
 [[gnu::always_inline]] inline std::size_t Misalignment(const void* address)
 {
@@ -165,14 +171,14 @@ template <class Unit, class Match>
     const char* block = reinterpret_cast<const char*>(text) - before;
     std::uint32_t found = Mask(match(LoadAligned(block))) >> before;
     if (found != 0) {
-        return std::min(FirstUnit<Unit>(found), max);
+        return sse2::Smaller(FirstUnit<Unit>(found), max);
     }
     for (std::size_t done = (kBlock - before) / sizeof(Unit); done < max;
          done += kBlock / sizeof(Unit)) {
         block += kBlock;
         found = Mask(match(LoadAligned(block)));
         if (found != 0) {
-            return std::min(done + FirstUnit<Unit>(found), max);
+            return sse2::Smaller(done + FirstUnit<Unit>(found), max);
         }
     }
     return max;
@@ -211,7 +217,7 @@ struct Sse2Kernels
             WidenBlock(dest, bytes);
             done = kBlock - Misalignment(src); // some units are done twice
         } else {
-            const std::size_t head = std::min(max, kBlock - Misalignment(src));
+            const std::size_t head = sse2::Smaller(max, kBlock - Misalignment(src));
             done = PortableKernels::Widen(dest, src, head);
             if (done < head) {
                 return done;
@@ -244,7 +250,8 @@ struct Sse2Kernels
         constexpr std::size_t units = kBlock / sizeof(char16_t);
         std::size_t done = 0;
         if (!InOnePage(src)) {
-            const std::size_t head = std::min(max, units - Misalignment(src) / sizeof(char16_t));
+            const std::size_t head =
+                sse2::Smaller(max, units - Misalignment(src) / sizeof(char16_t));
             done = PortableKernels::Narrow(dest, src, head);
             if (done < head) {
                 return done;
@@ -276,7 +283,7 @@ struct Sse2Kernels
             while (InOnePage(first + done) && InOnePage(second + done)) {
                 const std::uint32_t same = SameMask(Load(first + done), Load(second + done));
                 if (same != 0xFFFF) {
-                    return std::min(done + FirstUnit<char>(~same), max);
+                    return sse2::Smaller(done + FirstUnit<char>(~same), max);
                 }
                 done += kBlock;
                 if (done >= max) {
@@ -356,7 +363,7 @@ private:
     [[gnu::always_inline]] static std::size_t RunWithin(sse2::Vector block, std::size_t max)
     {
         const std::uint32_t ends = sse2::EndMask<Unit>(block) | 1U << sse2::kBlock;
-        return std::min(sse2::FirstUnit<Unit>(ends), max);
+        return sse2::Smaller(sse2::FirstUnit<Unit>(ends), max);
     }
 
     // A bit for each place at which both are ASCII, not the terminator, and equal but for case.

@@ -1,5 +1,6 @@
 #include <qvcore6/str.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "platform/wide_text.h"
@@ -10,11 +11,16 @@ namespace
 {
 
 // The C library leaves *end alone for a base that it refuses; callers use it all the same.
-void StartAt(const char* text, char** end)
+bool IsRefused(int32_t base, const char* text, char** end)
 {
+    if (base == 0 || (base >= 2 && base <= 36)) {
+        return false;
+    }
     if (end != nullptr) {
         *end = const_cast<char*>(text);
     }
+    errno = EINVAL;
+    return true;
 }
 
 } // namespace
@@ -31,8 +37,7 @@ int32_t QVStrToLW(const QVWChar* s, QVWChar** end, int32_t base)
 
 int64_t QVStrToLLA(const char* s, char** end, int32_t base)
 {
-    StartAt(s, end);
-    return std::strtoll(s, end, base);
+    return IsRefused(base, s, end) ? 0 : std::strtoll(s, end, base);
 }
 
 int64_t QVStrToLLW(const QVWChar* s, QVWChar** end, int32_t base)
@@ -52,8 +57,7 @@ uint32_t QVStrToULW(const QVWChar* s, QVWChar** end, int32_t base)
 
 uint64_t QVStrToULLA(const char* s, char** end, int32_t base)
 {
-    StartAt(s, end);
-    return std::strtoull(s, end, base);
+    return IsRefused(base, s, end) ? 0 : std::strtoull(s, end, base);
 }
 
 double QVStrToDA(const char* s, char** end)
