@@ -1,0 +1,76 @@
+#include "platform/registry_lmdb.h"
+
+#include <cstddef>
+
+#include "platform/error.h"
+
+namespace qv::platform
+{
+
+namespace
+{
+
+// A promise of address space, not of disk. The same in all processes, or they would have to follow
+// each other's resizing. Programs of different width cannot share a file anyway.
+constexpr std::size_t kMapSize = static_cast<std::size_t>(sizeof(void*) >= 8 ? 1024 : 256) << 20;
+constexpr unsigned kReaders = 1024;
+
+} // namespace
+
+DWORD ErrorFromStore(int result)
+{
+    switch (result) {
+    case MDB_NOTFOUND:
+        return ERROR_FILE_NOT_FOUND;
+    case MDB_INVALID:
+    case MDB_CORRUPTED:
+    case MDB_PAGE_NOTFOUND:
+    case MDB_VERSION_MISMATCH:
+    case MDB_PANIC:
+    case MDB_INCOMPATIBLE:
+        return ERROR_REGISTRY_CORRUPT;
+    case MDB_MAP_FULL:
+    case MDB_MAP_RESIZED:
+    case MDB_READERS_FULL:
+    case MDB_TXN_FULL:
+    case MDB_CURSOR_FULL:
+    case MDB_PAGE_FULL:
+    case MDB_KEYEXIST: // 256 names with the same hash
+        return ERROR_NO_SYSTEM_RESOURCES;
+    default:
+        return result >= 0 ? ErrorFromErrno(result) : ERROR_GEN_FAILURE;
+    }
+}
+
+// Readers are tied to their transaction, not to their thread.
+int Environment::Open(const char* path, unsigned flags, mdb_mode_t mode)
+{
+    Close();
+    int result = mdb_env_create(&m_environment);
+    if (result != 0) {
+        m_environment = nullptr;
+        return result;
+    }
+    result = mdb_env_set_mapsize(m_environment, kMapSize);
+    if (result == 0) {
+        result = mdb_env_set_maxreaders(m_environment, kReaders);
+    }
+    return result != 0 ? result : mdb_env_open(m_environment, path, flags | MDB_NOTLS, mode);
+}
+
+MDB_env* Environment::Release()
+{
+    MDB_env* const environment = m_environment;
+    m_environment = nullptr;
+    return environment;
+}
+
+void Environment::Close()
+{
+    if (m_environment != nullptr) {
+        mdb_env_close(m_environment);
+        m_environment = nullptr;
+    }
+}
+
+} // namespace qv::platform
