@@ -13,8 +13,8 @@ int main()
         return 1;
     }
     char read[64];
-    std::uint32_t type = 0;
-    std::uint32_t size = sizeof(read);
+    uint32_t type = 0;
+    uint32_t size = sizeof(read);
     if (QVRegistryGetValue(QV_HKEY_USER, key, u"Text", &type, read, &size) < 0 ||
         size != sizeof(written) || std::memcmp(read, written, size) != 0) {
         return 2;
