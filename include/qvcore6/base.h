@@ -18,7 +18,9 @@
 #define QV_EXPORT __attribute__((visibility("default")))
 
 #ifdef __cplusplus
-#define QV_BEGIN_DECLS extern "C" {
+#define QV_BEGIN_DECLS                                                                             \
+    extern "C"                                                                                     \
+    {
 #define QV_END_DECLS }
 #else
 #define QV_BEGIN_DECLS
