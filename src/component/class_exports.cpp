@@ -2,6 +2,7 @@
 
 #include "component/class_registration.h"
 #include "component/factory_manager.h"
+#include "component/foreign.h"
 #include "component/managers.h"
 #include "frame/boundary.h"
 
@@ -20,15 +21,14 @@ QVRESULT QVComGetClassObject(const GUID* clsid, const GUID* iid, void** objectOu
 
 QVRESULT QVComCreateObject(const GUID* clsid, IQVUnknown* outer, const GUID* iid, void** objectOut)
 {
-    void* object = nullptr;
-    const QVRESULT found = QVComGetClassObject(clsid, &QV_IID_CLASS_FACTORY, &object);
+    void* factory = nullptr;
+    const QVRESULT found = QVComGetClassObject(clsid, &QV_IID_CLASS_FACTORY, &factory);
     if (found < 0) {
         return found;
     }
-    const auto factory = static_cast<IQVClassFactory*>(object);
     const QVRESULT created =
-        Boundary([&] { return factory->CreateInstance(outer, iid, objectOut); });
-    Boundary([&] { factory->Release(); });
+        Boundary([&] { return TableOf(factory).CreateInstance(factory, outer, iid, objectOut); });
+    Boundary([&] { TableOf(factory).Release(factory); });
     return created;
 }
 

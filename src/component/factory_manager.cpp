@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "component/class_registration.h"
+#include "component/foreign.h"
 #include "component/holders.h"
 #include "frame/boundary.h"
 
@@ -72,8 +73,9 @@ void* CQVFactoryManager::GetClassObject(const GUID& clsid, const GUID& iid)
     const LockGuard lock(m_mapMutex.Get());
     // The reference is for a call that flushes the cache.
     if (const FactoryMap::Record cached{m_map.Find(ClassKey(clsid))}) {
+        IQVUnknown* const factory = cached->Factory();
         return InterfaceFrom(
-            [&](void** out) { return cached->Factory()->QueryInterface(&iid, out); });
+            [&](void** out) { return TableOf(factory).QueryInterface(factory, &iid, out); });
     }
     return LoadClassObject(clsid, iid, library, object);
 }

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "component/foreign.h"
 #include "frame/boundary.h"
 #include "frame/facts.h"
 
@@ -19,7 +20,7 @@ public:
     ~HeldInterface()
     {
         if (m_object != nullptr) {
-            Boundary([&] { m_object->Release(); });
+            Boundary([&] { TableOf(m_object).Release(m_object); });
         }
     }
     HeldInterface(const HeldInterface&) = delete;

@@ -1,16 +1,20 @@
 #include <qvcore6/component.h>
 
+#include "component/foreign.h"
+
+using qv::core::TableOf;
+
 QVRESULT IQVUnknown_QueryInterface(IQVUnknown* object, const GUID* iid, void** objectOut)
 {
-    return object->QueryInterface(iid, objectOut);
+    return TableOf(object).QueryInterface(object, iid, objectOut);
 }
 
 uint32_t IQVUnknown_AddRef(IQVUnknown* object)
 {
-    return object->AddRef();
+    return TableOf(object).AddRef(object);
 }
 
 uint32_t IQVUnknown_Release(IQVUnknown* object)
 {
-    return object->Release();
+    return TableOf(object).Release(object);
 }
