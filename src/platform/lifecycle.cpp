@@ -12,7 +12,11 @@
 #include "platform/loader.h"
 #include "platform/registry_store.h"
 
-extern "C" int __cxa_atexit(void (*function)(void*), void* argument, void* module);
+extern "C"
+{
+    int __cxa_atexit(void (*function)(void*), void* argument, void* module);
+    void __cxa_finalize(void* module);
+}
 
 namespace qv::platform
 {
@@ -24,8 +28,10 @@ namespace
 constinit sem_t* g_exitBegun = nullptr;
 constinit bool g_cameWithProgram = false;
 
-// An entry without a module is run by exit() alone, not by dlclose. Its function and its argument
-// both outlive the module: sem_post belongs to the C library, and the semaphore is never freed.
+// An entry of no module is run by exit() alone, not by dlclose. Its function and its argument both
+// outlive the module: sem_post belongs to the C library, and the semaphore lies on the heap. The
+// semaphore also serves as the module, which is none: so the entry can be taken back by it, and the
+// thread sanitizer drops the argument of an entry whose module is null.
 void WatchForExit()
 {
     g_exitBegun = static_cast<sem_t*>(std::malloc(sizeof(sem_t)));
@@ -35,10 +41,17 @@ void WatchForExit()
     sem_init(g_exitBegun, 0, 0);
     using Callback = void (*)(void*);
     const auto post = reinterpret_cast<Callback>(reinterpret_cast<void (*)()>(&sem_post));
-    if (__cxa_atexit(post, g_exitBegun, nullptr) != 0) {
+    if (__cxa_atexit(post, g_exitBegun, g_exitBegun) != 0) {
         std::free(g_exitBegun);
         g_exitBegun = nullptr;
     }
+}
+
+void StopWatching()
+{
+    __cxa_finalize(g_exitBegun);
+    std::free(g_exitBegun);
+    g_exitBegun = nullptr;
 }
 
 // Modules of the program's own start-up set alone are in the global scope at this moment. They are
@@ -95,6 +108,7 @@ bool OtherThreadsLive()
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         CloseRegistryStores();
         ForgetLibraries();
+        StopWatching();
         return;
     }
     static char processEnds;
