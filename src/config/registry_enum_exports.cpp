@@ -60,10 +60,10 @@ QVRESULT QVRegistryOpenValueEnum(std::uint32_t root, const QVWChar* keyPath, QVR
 QVRESULT QVRegistryEnumNextKey(QVRegEnum handle, QVWChar* name, std::uint32_t* nameSize)
 {
     const std::uint32_t index = handle->m_index++;
-    platform::FILETIME lastWriteTime;
     platform::DWORD size = *nameSize;
+    // No time: nobody sees it, and it would have to be looked up.
     const platform::LONG error = platform::RegEnumKeyExW(handle->m_key, index, name, &size, nullptr,
-                                                         nullptr, nullptr, &lastWriteTime);
+                                                         nullptr, nullptr, nullptr);
     *nameSize = size;
     return ResultOfNext(error);
 }

@@ -21,7 +21,6 @@ struct NamesAhead
 
     struct Name
     {
-        FILETIME changed;
         std::uint16_t begin;
         std::uint16_t units;
     };
@@ -102,39 +101,37 @@ struct KeyRequest
     DWORD* nameSize;
     FILETIME* time;
 
-    DWORD Give(const StoredName& stored, const FILETIME& changed) const
+    DWORD GiveName(const StoredName& stored) const
     {
         if (*nameSize <= stored.units) {
             return ERROR_MORE_DATA;
         }
         stored.CopyTo(name);
         *nameSize = static_cast<DWORD>(stored.units);
-        if (time != nullptr) {
-            *time = changed;
-        }
         return ERROR_SUCCESS;
     }
 };
 
+// False if the name has not been read ahead, or is not all that is wanted.
 bool GiveFromAhead(const NamesAhead& ahead, DWORD index, const KeyRequest& request, DWORD* error)
 {
-    if (index < ahead.first || index - ahead.first >= ahead.count) {
+    if (index < ahead.first || index - ahead.first >= ahead.count || request.time != nullptr) {
         return false;
     }
     const NamesAhead::Name& name = ahead.names[index - ahead.first];
     const auto* const bytes = reinterpret_cast<const unsigned char*>(ahead.text + name.begin);
-    *error = request.Give({bytes, name.units}, name.changed);
+    *error = request.GiveName({bytes, name.units});
     return true;
 }
 
 // False if the block is full.
-bool Keep(NamesAhead& ahead, const StoredName& name, const FILETIME& changed)
+bool Keep(NamesAhead& ahead, const StoredName& name)
 {
     if (ahead.count == NamesAhead::kNames ||
         ahead.used + name.units + 1 > sizeof ahead.text / sizeof ahead.text[0]) {
         return false;
     }
-    ahead.names[ahead.count++] = {changed, static_cast<std::uint16_t>(ahead.used),
+    ahead.names[ahead.count++] = {static_cast<std::uint16_t>(ahead.used),
                                   static_cast<std::uint16_t>(name.units)};
     name.CopyTo(ahead.text + ahead.used);
     ahead.used += name.units + 1;
@@ -158,18 +155,17 @@ void ReadAhead(const ReadView& view, MDB_cursor* cursor, const KeyTarget& target
     ahead.first = index;
     ahead.count = 0;
     ahead.used = 0;
-    int result = 0;
-    while (result == 0 && IsUnder(record.key, target.node, RecordKind::kSubKey)) {
+    MDB_val last = record.key;
+    for (int result = 0; result == 0 && IsUnder(record.key, target.node, RecordKind::kSubKey);
+         result = mdb_cursor_get(cursor, &record.key, &record.data, MDB_NEXT)) {
         SubKey subKey;
-        FILETIME changed = {};
-        if (!SubKey::Read(record.data, &subKey) ||
-            FindTime(view, subKey.child, &changed) != ERROR_SUCCESS ||
-            !Keep(ahead, subKey.name, changed)) {
-            return;
+        if (!SubKey::Read(record.data, &subKey) || !Keep(ahead, subKey.name)) {
+            break;
         }
-        opened.position.Set(RecordKind::kSubKey, ahead.first + ahead.count - 1, ahead.commit,
-                            record.key);
-        result = mdb_cursor_get(cursor, &record.key, &record.data, MDB_NEXT);
+        last = record.key;
+    }
+    if (ahead.count != 0) {
+        opened.position.Set(RecordKind::kSubKey, index + ahead.count - 1, ahead.commit, last);
     }
 }
 
@@ -192,20 +188,17 @@ DWORD EnumKey(const KeyTarget& target, DWORD index, const KeyRequest& request)
         return WhyNoMore(view, target, result);
     }
     SubKey subKey;
-    FILETIME changed = {};
     if (!SubKey::Read(record.data, &subKey)) {
         return ERROR_REGISTRY_CORRUPT;
     }
-    if (request.time != nullptr) {
-        if (const DWORD error = FindTime(view, subKey.child, &changed)) {
-            return error;
-        }
+    DWORD error = request.GiveName(subKey.name);
+    if (error == ERROR_SUCCESS && request.time != nullptr) {
+        error = FindTime(view, subKey.child, request.time);
     }
-    const DWORD error = request.Give(subKey.name, changed);
     if (target.opened != nullptr) {
         target.opened->position.Set(RecordKind::kSubKey, index, view.Number(), record.key);
     }
-    if (inOrder) {
+    if (inOrder && request.time == nullptr) {
         ReadAhead(view, cursor, target, index, record);
     }
     return error;
