@@ -1,7 +1,6 @@
 // Where exceptions end: the one wrapper around the body of an exported function that can throw.
 #pragma once
 
-#include <cxxabi.h>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -10,6 +9,10 @@
 
 namespace qv::core
 {
+
+// For the last handler: E_FAIL. Does not return if the thread is being cancelled or is ending
+// inside a callback, which must go on unwinding.
+QVRESULT ResultOfUnknownException();
 
 // Runs the body and turns what it throws into a code. A body without a result gives S_OK.
 template <class Body> QVRESULT Boundary(Body&& body)
@@ -25,10 +28,8 @@ template <class Body> QVRESULT Boundary(Body&& body)
         return failure.Result();
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
-    } catch (const abi::__forced_unwind&) {
-        throw; // a thread that is cancelled or ends inside a callback must go on unwinding
     } catch (...) {
-        return E_FAIL;
+        return ResultOfUnknownException();
     }
 }
 

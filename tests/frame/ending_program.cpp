@@ -127,6 +127,8 @@ int HeldAcrossFork()
         std::thread([&] { taken = QV_CALL(QVMutexTryAcquire)(mutex) == S_OK; }).join();
         std::exit(nested && taken ? 0 : 1);
     }
+    QV_CALL(QVMutexRelease)(mutex);
+    QV_CALL(QVMutexDestroy)(mutex);
     return WaitFor(child);
 }
 

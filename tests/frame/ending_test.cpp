@@ -20,6 +20,10 @@ TEST(Ending, KeepsTheExitCode)
                                 "fork",   "fork-busy",   "fork-held"};
     for (const char* const program : {QV_TEST_LINKED, QV_TEST_DLOPENED}) {
         for (const char* const way : ways) {
+            // The sanitizers' own allocator may be locked for ever in a child of a busy process.
+            if (QV_TEST_SANITIZED != 0 && std::string(way) == "fork-busy") {
+                continue;
+            }
             for (int round = 0; round < 5; ++round) {
                 EXPECT_EQ(ExitCodeOf(program, way), 42) << program << ' ' << way;
             }
