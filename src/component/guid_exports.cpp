@@ -22,9 +22,9 @@ QVRESULT QVComGenerateGUID(GUID* guidOut)
 
 QVRESULT QVComStringFromGUID(const GUID* guid, QVWChar* text, uint32_t textUnits)
 {
-    char narrow[QV_GUID_TEXT_UNITS];
+    GuidText narrow;
     FormatGuid(*guid, narrow);
-    QVAnsiToUnicode(text, narrow, textUnits);
+    QVAnsiToUnicode(text, narrow.data(), textUnits);
     return S_OK;
 }
 
