@@ -23,7 +23,7 @@ row()
 row right src/config/a.cpp '"text/b.h"'
 row right src/frame/library.cpp '"component/b.h"'
 row right src/text/a.cpp '<unicode/ustring.h>'
-row right src/frame/boundary.h '<cxxabi.h>'
+row right src/frame/boundary.cpp '<cxxabi.h>'
 row right src/platform/a.cpp '<linux/futex.h>'
 row right include/qvcore6/a.h '<stddef.h>'
 row wrong src/text/a.cpp '"config/b.h"'
