@@ -107,9 +107,9 @@ TEST(Reload, ThousandTimesLeavesNothingBehind)
         }
         ASSERT_EQ(MapLines("libqvcore6.so"), 0) << "still mapped after round " << round;
     }
-    EXPECT_LE(MapLines(), before.maps + 20);
     EXPECT_EQ(OpenDescriptors(), before.descriptors);
-    if (kCountsMemory) {
+    if (kCountsMemory) { // the sanitizers map memory of their own for each library
+        EXPECT_LE(MapLines(), before.maps + 4);
         EXPECT_LE(mallinfo2().uordblks, before.heap + 4096);
     }
 }
