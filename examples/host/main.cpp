@@ -106,8 +106,9 @@ int Run(const Options& options, const char* program)
         done += Analyse(file, classes) ? 1 : 0;
     }
     QVComFlushFactoryCache();
-    std::printf("\n%zu of %zu files done\n", done, options.files.size());
-    return good && done == options.files.size() ? 0 : 1;
+    const std::size_t count = options.files.size();
+    std::printf("\n%zu of %zu %s done\n", done, count, count == 1 ? "file" : "files");
+    return good && done == count ? 0 : 1;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "component/class_registration.h"
 #include "component/factory_manager.h"
 #include "component/foreign.h"
+#include "component/holders.h"
 #include "component/managers.h"
 #include "frame/boundary.h"
 
@@ -21,15 +22,14 @@ QVRESULT QVComGetClassObject(const GUID* clsid, const GUID* iid, void** objectOu
 
 QVRESULT QVComCreateObject(const GUID* clsid, IQVUnknown* outer, const GUID* iid, void** objectOut)
 {
-    void* factory = nullptr;
-    const QVRESULT found = QVComGetClassObject(clsid, &QV_IID_CLASS_FACTORY, &factory);
+    void* object = nullptr;
+    const QVRESULT found = QVComGetClassObject(clsid, &QV_IID_CLASS_FACTORY, &object);
     if (found < 0) {
         return found;
     }
-    const QVRESULT created =
-        Boundary([&] { return TableOf(factory).CreateInstance(factory, outer, iid, objectOut); });
-    Boundary([&] { TableOf(factory).Release(factory); });
-    return created;
+    HeldInterface factory;
+    factory.Take(object);
+    return Boundary([&] { return TableOf(object).CreateInstance(object, outer, iid, objectOut); });
 }
 
 QVRESULT QVComCreateObjectByProgID(const QVWChar* progId, IQVUnknown* outer, const GUID* iid,

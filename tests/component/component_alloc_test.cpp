@@ -4,7 +4,12 @@
 #include <qvcore6/module.h>
 #include <qvcore6/result.h>
 
+#include <optional>
+
+#include "component/factory_manager.h"
 #include "component/journal.h"
+#include "component/module_manager.h"
+#include "frame/boundary.h"
 #include "support/alloc_faults.h"
 
 using namespace qv::test;
@@ -88,6 +93,33 @@ TEST(ComponentAllocations, OfTheModuleSet)
 {
     Sweep([] { return QVModuleSetInitialized(kModule, 1); },
           [] { QVModuleSetInitialized(kModule, 0); });
+}
+
+// Without memory for their mutexes the tables refuse instead of racing.
+TEST(ComponentAllocations, OfTheTablesThemselves)
+{
+    std::optional<CQVFactoryManager> factories;
+    std::optional<CQVModuleManager> modules;
+    {
+        const FailAllocation fault(1);
+        factories.emplace();
+    }
+    {
+        const FailAllocation fault(1);
+        modules.emplace();
+    }
+    const auto resultOf = [](const std::function<void()>& call) {
+        return qv::core::Boundary([&] { call(); });
+    };
+    const GUID clsid = ClassOf(Kind::Plain);
+    EXPECT_EQ(resultOf([&] { factories->GetClassObject(clsid, QV_IID_UNKNOWN); }), E_OUTOFMEMORY);
+    EXPECT_EQ(resultOf([&] { factories->Flush(); }), E_OUTOFMEMORY);
+    EXPECT_EQ(resultOf([&] { modules->SetInitialized(1, true); }), E_OUTOFMEMORY);
+    EXPECT_EQ(resultOf([&] { modules->IsInitialized(1); }), E_OUTOFMEMORY);
+    factories->PrepareFork();
+    factories->ParentAfterFork();
+    modules->PrepareFork();
+    modules->ParentAfterFork();
 }
 
 TEST(ComponentAllocations, OfBlocks)
