@@ -108,7 +108,7 @@ typedef struct IQVClassFactoryTable
     QVRESULT (*QueryInterface)(IQVClassFactory* object, const GUID* iid, void** objectOut);
     uint32_t (*AddRef)(IQVClassFactory* object);
     uint32_t (*Release)(IQVClassFactory* object);
-    QVRESULT (*CreateInstance)
+    QVRESULT(*CreateInstance)
     (IQVClassFactory* object, IQVUnknown* outer, const GUID* iid, void** objectOut);
 } IQVClassFactoryTable;
 struct IQVClassFactory
