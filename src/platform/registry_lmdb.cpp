@@ -1,5 +1,8 @@
 #include "platform/registry_lmdb.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cstddef>
 
 #include "platform/error.h"
@@ -55,7 +58,15 @@ int Environment::Open(const char* path, unsigned flags, mdb_mode_t mode)
     if (result == 0) {
         result = mdb_env_set_maxreaders(m_environment, kReaders);
     }
-    return result != 0 ? result : mdb_env_open(m_environment, path, flags | MDB_NOTLS, mode);
+    if (result == 0) {
+        result = mdb_env_open(m_environment, path, flags | MDB_NOTLS, mode);
+    }
+    int file = -1;
+    if (result == 0) {
+        result = mdb_env_get_fd(m_environment, &file);
+    }
+    // LMDB leaves this one of its files open for other programs.
+    return result == 0 && fcntl(file, F_SETFD, FD_CLOEXEC) != 0 ? errno : result;
 }
 
 MDB_env* Environment::Release()
