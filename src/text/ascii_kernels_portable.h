@@ -1,7 +1,9 @@
-// The kernels unit by unit, for any machine.
+// The kernels unit by unit, for any machine. Not inlined: elsewhere they are the rare way over a
+// page's border, and would push the usual one aside.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "text/ascii.h"
 
@@ -10,6 +12,9 @@ namespace qv::core
 
 struct PortableKernels
 {
+    // Units before the terminator.
+    static std::size_t Length(const char16_t* text) { return FindUnit(text, 0); }
+
     // Units before the first one that is wanted, or before the terminator.
     static std::size_t FindUnit(const char16_t* text, char16_t wanted)
     {
@@ -40,18 +45,32 @@ struct PortableKernels
         return at;
     }
 
-    // Copy the ASCII run, at most max units of it (max above 0), and give its length.
-    static std::size_t Widen(char16_t* dest, const char* src, std::size_t max)
+    // Widens or narrows the ASCII run, at most max units of it (max above 0), and gives its length.
+    template <class To, class From>
+    [[gnu::noinline]] static std::size_t CopyRun(To* dest, const From* src, std::size_t max)
     {
-        return Copy(dest, src, max);
+        std::size_t at = 0;
+        for (; at < max && !EndsAsciiRun(src[at]); ++at) {
+            dest[at] = static_cast<To>(src[at]);
+        }
+        return at;
     }
-    static std::size_t Narrow(char* dest, const char16_t* src, std::size_t max)
+
+    template <class To, class From>
+    static bool CopiesShortRun(To*, const From*, std::size_t, std::size_t&)
     {
-        return Copy(dest, src, max);
+        return false;
+    }
+
+    static bool StopsAtStart(const char*, const char*, std::size_t& same)
+    {
+        same = 0;
+        return false;
     }
 
     // Leading places, at most max (above 0), at which both are ASCII and equal but for case.
-    static std::size_t SameFolded(const char* first, const char* second, std::size_t max)
+    [[gnu::noinline]] static std::size_t SameFolded(const char* first, const char* second,
+                                                    std::size_t max)
     {
         std::size_t at = 0;
         while (at < max && IsSame(first[at], second[at])) {
@@ -60,13 +79,22 @@ struct PortableKernels
         return at;
     }
 
-    // Folds the letters of the ASCII run in place and gives its length. Units that need no change
-    // are not written alone, so that constant text which is folded already may be passed.
+    // Folds the letters of the ASCII run in place and gives its length. Text that needs no change
+    // is not written, so that constant text which is folded already may be passed.
     template <Case to, class Unit> static std::size_t Fold(Unit* text)
     {
+        return FoldWithin<to>(text, SIZE_MAX);
+    }
+
+    template <Case to, class Unit>
+    [[gnu::noinline]] static std::size_t FoldWithin(Unit* text, std::size_t max)
+    {
         std::size_t at = 0;
-        for (; !EndsAsciiRun(text[at]); ++at) {
-            FoldUnit<to>(text[at]);
+        for (; at < max && !EndsAsciiRun(text[at]); ++at) {
+            const Unit folded = FoldAscii<to>(text[at]);
+            if (folded != text[at]) {
+                text[at] = folded;
+            }
         }
         return at;
     }
@@ -75,25 +103,6 @@ struct PortableKernels
     {
         return !EndsAsciiRun(first) &&
                FoldAscii<Case::Upper>(first) == FoldAscii<Case::Upper>(second);
-    }
-
-    template <Case to, class Unit> static void FoldUnit(Unit& unit)
-    {
-        const Unit folded = FoldAscii<to>(unit);
-        if (folded != unit) {
-            unit = folded;
-        }
-    }
-
-private:
-    template <class To, class From>
-    static std::size_t Copy(To* dest, const From* src, std::size_t max)
-    {
-        std::size_t at = 0;
-        for (; at < max && !EndsAsciiRun(src[at]); ++at) {
-            dest[at] = static_cast<To>(src[at]);
-        }
-        return at;
     }
 };
 

@@ -18,8 +18,8 @@ std::size_t Sum(std::size_t before, std::size_t rest)
 }
 
 // ASCII by the kernel, the rest by the locale.
-template <class To, class From, class Kernel, class Rest>
-std::size_t Convert(To* dest, const From* src, std::size_t size, Kernel kernel, Rest rest)
+template <class To, class From, class Rest>
+[[gnu::noinline]] std::size_t ConvertLong(To* dest, const From* src, std::size_t size, Rest rest)
 {
     if (dest == nullptr) {
         const std::size_t ascii = AsciiKernels::AsciiLength(src);
@@ -28,7 +28,7 @@ std::size_t Convert(To* dest, const From* src, std::size_t size, Kernel kernel, 
     if (size == 0) {
         return 0;
     }
-    const std::size_t ascii = kernel(dest, src, size);
+    const std::size_t ascii = AsciiKernels::CopyRun(dest, src, size);
     if (ascii == size) {
         return ascii;
     }
@@ -39,16 +39,32 @@ std::size_t Convert(To* dest, const From* src, std::size_t size, Kernel kernel, 
     return Sum(ascii, rest(dest + ascii, src + ascii, size - ascii));
 }
 
+template <class To, class From, class Rest>
+std::size_t Convert(To* dest, const From* src, std::size_t size, Rest rest)
+{
+    std::size_t count = 0;
+    if (dest != nullptr && size != 0 && AsciiKernels::CopiesShortRun(dest, src, size, count)) {
+        if (count == size) {
+            return count;
+        }
+        if (src[count] == 0) {
+            dest[count] = 0;
+            return count;
+        }
+    }
+    return ConvertLong(dest, src, size, rest);
+}
+
 } // namespace
 
 size_t QVAnsiToUnicode(QVWChar* dest, const char* src, uint32_t size)
 {
-    return Convert(dest, src, size, AsciiKernels::Widen, platform::mbstowcs);
+    return Convert(dest, src, size, platform::mbstowcs);
 }
 
 size_t QVUnicodeToAnsi(char* dest, const QVWChar* src, uint32_t size)
 {
-    return Convert(dest, src, size, AsciiKernels::Narrow, platform::wcstombs);
+    return Convert(dest, src, size, platform::wcstombs);
 }
 
 int32_t QVUTF16ToUTF8(char* dest, const QVWChar* src, int32_t capacity)

@@ -1,12 +1,16 @@
 #include <qvcore6/str.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstring>
 
+#include "platform/processor.h"
 #include "platform/wide_text.h"
 #include "text/ascii_kernels.h"
+#include "text/ascii_kernels_avx2.h"
 
+using namespace qv;
 using namespace qv::core;
 
 namespace
@@ -15,13 +19,54 @@ namespace
 constexpr std::size_t kNoLimit = SIZE_MAX;
 
 // What the kernel stopped at decides: above ASCII the locale does, from there on.
-template <class HighCompare>
-int32_t CompareAt(const char* first, const char* second, HighCompare highCompare)
+int32_t CompareAt(const char* first, const char* second, std::size_t max)
 {
     if (!IsAscii(*first) || !IsAscii(*second)) {
-        return highCompare(first, second);
+        return max == kNoLimit ? platform::_stricmp(first, second)
+                               : platform::_strnicmp(first, second, max);
     }
     return FoldAscii<Case::Upper>(*first) - FoldAscii<Case::Upper>(*second);
+}
+
+template <class Kernels> [[gnu::always_inline]] inline int32_t
+Compare(const char* first, const char* second, std::size_t max)
+{
+    const std::size_t same = Kernels::SameFolded(first, second, max);
+    return same == max
+               ? 0
+               : CompareAt(first + same, second + same, max == kNoLimit ? kNoLimit : max - same);
+}
+
+int32_t CompareUsual(const char* first, const char* second, std::size_t max)
+{
+    return Compare<AsciiKernels>(first, second, max);
+}
+
+#if defined(__SSE2__)
+QV_AVX2 int32_t CompareAvx2(const char* first, const char* second, std::size_t max)
+{
+    return Compare<Avx2Kernels>(first, second, max);
+}
+#endif
+
+using CompareFunction = int32_t (*)(const char* first, const char* second, std::size_t max);
+
+int32_t ChooseCompare(const char* first, const char* second, std::size_t max);
+
+// For long texts the widest that this processor has, chosen at the first call.
+constinit std::atomic<CompareFunction> g_compare{ChooseCompare};
+
+int32_t ChooseCompare(const char* first, const char* second, std::size_t max)
+{
+    CompareFunction chosen = CompareUsual;
+#if defined(__SSE2__)
+    using namespace platform;
+    if (IsProcessorFeaturePresent(PF_AVX2_INSTRUCTIONS_AVAILABLE) != kFalse) {
+        chosen = CompareAvx2;
+    }
+#endif
+    g_compare.store(chosen, std::memory_order_relaxed);
+    return chosen(first, second, max);
 }
 
 } // namespace
@@ -95,19 +140,17 @@ int32_t QVStrNCmpA(const char* first, const char* second, uint32_t n)
 
 int32_t QVStrICmpA(const char* first, const char* second)
 {
-    const std::size_t same = AsciiKernels::SameFolded(first, second, kNoLimit);
-    return CompareAt(first + same, second + same, qv::platform::_stricmp);
+    // Most texts differ or end early.
+    std::size_t same = 0;
+    if (AsciiKernels::StopsAtStart(first, second, same)) [[likely]] {
+        return CompareAt(first + same, second + same, kNoLimit);
+    }
+    return g_compare.load(std::memory_order_relaxed)(first + same, second + same, kNoLimit);
 }
 
 int32_t QVStrNICmpA(const char* first, const char* second, uint32_t n)
 {
-    const std::size_t same = n == 0 ? 0 : AsciiKernels::SameFolded(first, second, n);
-    if (same == n) {
-        return 0;
-    }
-    return CompareAt(first + same, second + same, [rest = n - same](const char* a, const char* b) {
-        return qv::platform::_strnicmp(a, b, rest);
-    });
+    return n == 0 ? 0 : g_compare.load(std::memory_order_relaxed)(first, second, n);
 }
 
 char* QVStrChrA(const char* s, char character)

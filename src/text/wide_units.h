@@ -12,7 +12,7 @@ namespace qv::core
 
 inline std::size_t WideLength(const QVWChar* text)
 {
-    return AsciiKernels::FindUnit(text, 0);
+    return AsciiKernels::Length(text);
 }
 
 inline void CopyUnits(QVWChar* dest, const QVWChar* src, std::size_t count)

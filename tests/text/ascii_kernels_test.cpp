@@ -1,5 +1,6 @@
 // The kernels against loops too dull to be wrong, at every alignment and length around a block.
 #include "text/ascii_kernels.h"
+#include "text/ascii_kernels_avx2.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +17,7 @@ namespace
 using namespace qv::core;
 using qv::test::GuardedPages;
 
-constexpr std::size_t kLongest = 52;
+constexpr std::size_t kLongest = 100;
 
 template <class Unit> std::uint32_t Number(Unit unit)
 {
@@ -87,15 +88,24 @@ protected:
 };
 
 #if defined(__SSE2__)
-using Both = testing::Types<PortableKernels, Sse2Kernels>;
+struct WithAvx2 : Sse2Kernels
+{
+    static std::size_t SameFolded(const char* first, const char* second, std::size_t max)
+    {
+        return __builtin_cpu_supports("avx2") != 0 ? Avx2Kernels::SameFolded(first, second, max)
+                                                   : Sse2Kernels::SameFolded(first, second, max);
+    }
+};
+using All = testing::Types<PortableKernels, Sse2Kernels, WithAvx2>;
 #else
-using Both = testing::Types<PortableKernels>;
+using All = testing::Types<PortableKernels>;
 #endif
-TYPED_TEST_SUITE(AsciiKernelsTest, Both);
+TYPED_TEST_SUITE(AsciiKernelsTest, All);
 
 TYPED_TEST(AsciiKernelsTest, FindsUnitsAndEnds)
 {
     this->template ForEachText<char16_t>([](const char16_t* text, std::size_t length) {
+        EXPECT_EQ(length, TypeParam::Length(text));
         EXPECT_EQ(length, TypeParam::FindUnit(text, 0));
         for (std::size_t at = 0; at < length; ++at) {
             EXPECT_EQ(std::u16string_view(text, length).find(text[at]),
@@ -122,20 +132,19 @@ TYPED_TEST(AsciiKernelsTest, BoundsEndTexts)
         EXPECT_EQ(length, TypeParam::LengthWithin(wide, length));
         EXPECT_EQ(length - 1, TypeParam::LengthWithin(wide, length - 1));
         std::vector<char> narrowed(length);
-        EXPECT_EQ(length, TypeParam::Narrow(narrowed.data(), wide, length));
+        EXPECT_EQ(length, TypeParam::CopyRun(narrowed.data(), wide, length));
 
         auto* const narrow = this->m_pages.template FromEnd<char>(length);
         auto* const other = others.FromEnd<char>(length);
         std::fill_n(narrow, length, 'x');
         std::fill_n(other, length, 'X');
         std::vector<char16_t> widened(length);
-        EXPECT_EQ(length, TypeParam::Widen(widened.data(), narrow, length));
+        EXPECT_EQ(length, TypeParam::CopyRun(widened.data(), narrow, length));
         EXPECT_EQ(length, TypeParam::SameFolded(narrow, other, length));
     }
 }
 
-template <class Kernels, class To, class From, class Copy>
-void CheckCopy(const From* text, std::size_t length, Copy copy)
+template <class Kernels, class To, class From> void CheckCopy(const From* text, std::size_t length)
 {
     constexpr To untouched = 0x55;
     const std::size_t run = RunLength(text);
@@ -146,19 +155,26 @@ void CheckCopy(const From* text, std::size_t length, Copy copy)
         std::vector<To> expected(kLongest + 20, untouched);
         std::copy_n(text, std::min(run, max), expected.begin());
         std::vector<To> dest(expected.size(), untouched);
-        EXPECT_EQ(std::min(run, max), copy(dest.data(), text, max));
+        EXPECT_EQ(std::min(run, max), Kernels::CopyRun(dest.data(), text, max));
         EXPECT_EQ(expected, dest) << "max " << max;
+
+        dest.assign(dest.size(), untouched);
+        std::size_t count = 0;
+        if (Kernels::CopiesShortRun(dest.data(), text, max, count)) {
+            EXPECT_EQ(std::min(run, max), count);
+            EXPECT_EQ(expected, dest) << "max " << max;
+        } else {
+            EXPECT_EQ(std::vector<To>(dest.size(), untouched), dest);
+        }
     }
 }
 
 TYPED_TEST(AsciiKernelsTest, CopiesRunsAndNothingElse)
 {
-    this->template ForEachText<char>([](const char* text, std::size_t length) {
-        CheckCopy<TypeParam, char16_t>(text, length, TypeParam::Widen);
-    });
-    this->template ForEachText<char16_t>([](const char16_t* text, std::size_t length) {
-        CheckCopy<TypeParam, char>(text, length, TypeParam::Narrow);
-    });
+    this->template ForEachText<char>(
+        [](const char* text, std::size_t length) { CheckCopy<TypeParam, char16_t>(text, length); });
+    this->template ForEachText<char16_t>(
+        [](const char16_t* text, std::size_t length) { CheckCopy<TypeParam, char>(text, length); });
 }
 
 template <class Kernels, Case to, class Unit> void CheckFold(Unit* text, std::size_t length)
@@ -204,6 +220,12 @@ TYPED_TEST(AsciiKernelsTest, ComparesAtEveryPairOfAlignments)
         }
         for (const std::size_t max : {std::size_t{1}, length / 2 + 1, length + 1, SIZE_MAX}) {
             EXPECT_EQ(std::min(same, max), TypeParam::SameFolded(text, other, max)) << max;
+        }
+        std::size_t start = 0;
+        if (TypeParam::StopsAtStart(text, other, start)) {
+            EXPECT_EQ(same, start);
+        } else {
+            EXPECT_GE(same, start);
         }
     });
 }

@@ -1,0 +1,18 @@
+// What this machine's processor can do.
+#pragma once
+
+#include "platform/types.h"
+
+namespace qv::platform
+{
+
+inline constexpr DWORD PF_AVX2_INSTRUCTIONS_AVAILABLE = 40;
+
+extern "C"
+{
+    // For the feature above, at the cost of a microsecond; kFalse for any other, and on other
+    // machines.
+    BOOL IsProcessorFeaturePresent(DWORD feature);
+}
+
+} // namespace qv::platform
