@@ -43,7 +43,6 @@ Fault g_commit;
 Fault g_put;
 Fault g_write; // begin of a write transaction
 Fault g_get;
-Fault g_check;
 int g_dead = 0; // what the check for dead readers says
 bool g_sameHash = false;
 
