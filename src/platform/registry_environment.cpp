@@ -11,6 +11,7 @@
 #include "platform/registry_damage.h"
 #include "platform/registry_lmdb.h"
 #include "platform/registry_schema.h"
+#include "platform/registry_turns.h"
 
 namespace qv::platform
 {
@@ -36,7 +37,13 @@ bool IsRefusal(int result)
 
 bool IsMissing(const std::string& path)
 {
-    return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_EACCESS) != 0 && errno == ENOENT;
+}
+
+bool IsEmpty(const std::string& path)
+{
+    struct stat facts = {};
+    return stat(path.c_str(), &facts) == 0 && facts.st_size == 0;
 }
 
 // Who may only read still writes a mark into the lock file. It gets its mode before it has a name,
@@ -121,11 +128,20 @@ int OpenFiles(const std::string& folder, StorePart part, Environment& environmen
     if (result == 0) {
         result = CheckFileLength(environment.Get(), *readOnly);
     }
-    if (result == 0) {
-        int dead = 0;
-        result = mdb_reader_check(environment.Get(), &dead); // gives back what killed readers held
-    }
     return result;
+}
+
+int Register(StorePart part, bool readOnly, Environment& environment, MDB_dbi* database)
+{
+    TurnLocks turns;
+    int result = mdb_env_get_fd(environment.Get(), &turns.file);
+    if (result != 0) {
+        return result;
+    }
+    const Turn turn(turns, TurnKind::kRegistering);
+    int dead = 0;
+    result = mdb_reader_check(environment.Get(), &dead); // gives back what killed readers held
+    return result != 0 ? result : FindSchema(environment.Get(), part, readOnly, database);
 }
 
 } // namespace
@@ -134,7 +150,12 @@ DWORD OpenEnvironment(StorePart part, const std::string& folder, OpenedEnvironme
 {
     const bool isMachine = part == StorePart::kMachine;
     if (const DWORD error = MakeStoreFolder(folder, isMachine ? 0755 : 0700)) {
-        return error == ERROR_ACCESS_DENIED ? ERROR_PATH_NOT_FOUND : error;
+        // An account whose home does not exist has no store either.
+        return error == ERROR_ACCESS_DENIED || error == ERROR_FILE_NOT_FOUND ? ERROR_PATH_NOT_FOUND
+                                                                             : error;
+    }
+    if (IsEmpty(folder + kDataFile)) {
+        return ERROR_REGISTRY_CORRUPT; // a data file gets its name when it is complete
     }
     if (IsMissing(folder + kDataFile)) {
         const int result = MakeDataFile(part, folder);
@@ -149,7 +170,7 @@ DWORD OpenEnvironment(StorePart part, const std::string& folder, OpenedEnvironme
         chmod((folder + kLockFile).c_str(), 0666); // by name: closing the file would drop its locks
     }
     if (result == 0) {
-        result = FindSchema(environment.Get(), part, opened->readOnly, &opened->database);
+        result = Register(part, opened->readOnly, environment, &opened->database);
     }
     if (result != 0) {
         return result == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromStore(result);

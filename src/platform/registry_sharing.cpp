@@ -84,23 +84,11 @@ DWORD MakeStore(StorePart part, Store* inherited, Store** made)
     store->environment = opened.environment;
     store->database = opened.database;
     store->readOnly = opened.readOnly;
+    mdb_env_get_fd(opened.environment, &store->turns.file);
     store->inherited = inherited;
     *made = store.release();
     return ERROR_SUCCESS;
 }
-
-// Inside LMDB's calls a cancelled thread would take the process's lock or its books with it.
-class NoCancellation
-{
-public:
-    NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_state); }
-    ~NoCancellation() { pthread_setcancelstate(m_state, nullptr); }
-    NoCancellation(const NoCancellation&) = delete;
-    NoCancellation& operator=(const NoCancellation&) = delete;
-
-private:
-    int m_state = PTHREAD_CANCEL_ENABLE;
-};
 
 class Opening
 {
@@ -167,15 +155,6 @@ DWORD FindStore(StorePart part, Store** store)
     }
     *store = shared->stores[static_cast<unsigned>(part)].load(std::memory_order_acquire);
     return *store != nullptr ? ERROR_SUCCESS : OpenStore(shared, part, store);
-}
-
-bool DropDeadReaders(StorePart part)
-{
-    const NoCancellation noCancellation;
-    Store* store = nullptr;
-    int dead = 0;
-    return FindStore(part, &store) == ERROR_SUCCESS &&
-           mdb_reader_check(store->environment, &dead) == 0 && dead > 0;
 }
 
 // Environments of a parent process stay: closing them here would tell the parent's readers gone.

@@ -11,11 +11,13 @@
 
 #include <array>
 #include <atomic>
+#include <optional>
 #include <string>
 
 #include "platform/registry_locations.h"
 #include "platform/registry_path_cache.h"
 #include "platform/registry_records.h"
+#include "platform/registry_turns.h"
 #include "platform/types.h"
 
 namespace qv::platform
@@ -39,6 +41,7 @@ struct Store
     bool readOnly = false;
     std::string folder;
     Store* inherited = nullptr; // of the parent process; only its folder is of use
+    TurnLocks turns;
     std::atomic<std::uint32_t> commits{0};
     std::array<Reader, 32> readers;
 
@@ -48,6 +51,19 @@ struct Store
 
 // 3: there is no store, and this user may not make one.
 DWORD FindStore(StorePart part, Store** store);
+
+// Inside LMDB's calls a cancelled thread would take the process's lock or its books with it.
+class NoCancellation
+{
+public:
+    NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_state); }
+    ~NoCancellation() { pthread_setcancelstate(m_state, nullptr); }
+    NoCancellation(const NoCancellation&) = delete;
+    NoCancellation& operator=(const NoCancellation&) = delete;
+
+private:
+    int m_state = PTHREAD_CANCEL_ENABLE;
+};
 
 // One state of the store, for the length of a call.
 class ReadView
@@ -88,7 +104,7 @@ private:
 class WriteTransaction
 {
 public:
-    WriteTransaction();
+    WriteTransaction() = default;
     ~WriteTransaction();
     WriteTransaction(const WriteTransaction&) = delete;
     WriteTransaction& operator=(const WriteTransaction&) = delete;
@@ -101,12 +117,14 @@ public:
     MDB_dbi Database() const { return m_store->database; }
 
 private:
+    NoCancellation m_noCancellation;
+    std::optional<Turn> m_turn;
     Store* m_store = nullptr;
     MDB_txn* m_transaction = nullptr;
-    int m_cancelState;
 };
 
-// Frees what killed readers keep from being used again. True if there were any.
+// Gives back what killed readers keep from being used again. True if there were any.
+bool DropDeadReaders(Store& store);
 bool DropDeadReaders(StorePart part);
 
 // Runs body(transaction), which returns an error number, and commits. Pages that killed readers

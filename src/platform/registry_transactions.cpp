@@ -1,5 +1,3 @@
-#include <pthread.h>
-
 #include "platform/registry_lmdb.h"
 #include "platform/registry_sharing.h"
 
@@ -36,14 +34,19 @@ Reader* TakeReader(Store& store)
     return nullptr;
 }
 
-int BeginReading(MDB_env* environment, MDB_txn** transaction)
+int BeginReading(Store& store, MDB_txn** transaction)
 {
-    int result = mdb_txn_begin(environment, nullptr, MDB_RDONLY, transaction);
-    int dead = 0;
-    if (result == MDB_READERS_FULL && mdb_reader_check(environment, &dead) == 0 && dead > 0) {
-        result = mdb_txn_begin(environment, nullptr, MDB_RDONLY, transaction);
+    for (bool again = false;; again = true) {
+        int result;
+        {
+            const NoCancellation noCancellation;
+            const Turn turn(store.turns, TurnKind::kRegistering);
+            result = mdb_txn_begin(store.environment, nullptr, MDB_RDONLY, transaction);
+        }
+        if (result != MDB_READERS_FULL || again || !DropDeadReaders(store)) {
+            return result;
+        }
     }
-    return result;
 }
 
 } // namespace
@@ -76,9 +79,8 @@ DWORD ReadView::Begin(StorePart part)
 
 DWORD ReadView::Renew(Reader& reader)
 {
-    const int result = reader.transaction != nullptr
-                           ? mdb_txn_renew(reader.transaction)
-                           : BeginReading(m_store->environment, &reader.transaction);
+    const int result = reader.transaction != nullptr ? mdb_txn_renew(reader.transaction)
+                                                     : BeginReading(*m_store, &reader.transaction);
     if (result != 0) {
         return ErrorFromStore(result);
     }
@@ -101,7 +103,7 @@ DWORD ReadView::Renew(Reader& reader)
 // As many threads as there are readers have been stopped inside; waiting for them could be long.
 DWORD ReadView::BeginAlone()
 {
-    if (const int result = BeginReading(m_store->environment, &m_transaction)) {
+    if (const int result = BeginReading(*m_store, &m_transaction)) {
         m_transaction = nullptr;
         return ErrorFromStore(result);
     }
@@ -138,10 +140,18 @@ int ReadView::OpenCursor(MDB_cursor** cursor)
     return result;
 }
 
-// A thread that is cancelled in the middle would leave the store's lock without an owner.
-WriteTransaction::WriteTransaction()
+bool DropDeadReaders(Store& store)
 {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
+    const NoCancellation noCancellation;
+    const Turn turn(store.turns, TurnKind::kRegistering);
+    int dead = 0;
+    return mdb_reader_check(store.environment, &dead) == 0 && dead > 0;
+}
+
+bool DropDeadReaders(StorePart part)
+{
+    Store* store = nullptr;
+    return FindStore(part, &store) == ERROR_SUCCESS && DropDeadReaders(*store);
 }
 
 WriteTransaction::~WriteTransaction()
@@ -149,7 +159,6 @@ WriteTransaction::~WriteTransaction()
     if (m_transaction != nullptr) {
         mdb_txn_abort(m_transaction);
     }
-    pthread_setcancelstate(m_cancelState, nullptr);
 }
 
 DWORD WriteTransaction::Begin(StorePart part)
@@ -160,6 +169,7 @@ DWORD WriteTransaction::Begin(StorePart part)
     if (m_store->readOnly) {
         return ERROR_ACCESS_DENIED;
     }
+    m_turn.emplace(m_store->turns, TurnKind::kWriting);
     const int result = mdb_txn_begin(m_store->environment, nullptr, 0, &m_transaction);
     if (result != 0) {
         m_transaction = nullptr;
@@ -172,13 +182,13 @@ DWORD WriteTransaction::Commit()
     MDB_txn* const transaction = m_transaction;
     m_transaction = nullptr;
     const int result = mdb_txn_commit(transaction);
+    m_turn.reset();
     if (result != 0) {
         return ErrorFromStore(result);
     }
     if (m_store->commits.fetch_add(1, std::memory_order_relaxed) % kCommitsBetweenChecks ==
         kCommitsBetweenChecks - 1) {
-        int dead = 0;
-        mdb_reader_check(m_store->environment, &dead);
+        DropDeadReaders(*m_store);
     }
     return ERROR_SUCCESS;
 }
