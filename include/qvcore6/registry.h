@@ -17,14 +17,15 @@
  *                                     QV_REGTYPE_STRING, fallback, sizeof fallback);
  *     }
  *
- * Each call is atomic and sees one state of the tree. What a call has written survives the end of
+ * A value is written, read and deleted atomically; setting one first makes its key, in a change of
+ * its own. What a call has written survives the end of
  * the process, however that comes; a crash of the system may undo the last change. Readers wait for
  * nobody, writers of all processes take turns. Any thread may call any function; an enumeration
  * handle is for one thread at a time. A forked child may call everything and go on with enumeration
  * handles that it inherited.
  *
  * Codes that every function may give: E_ACCESSDENIED for what this user may not do, E_HANDLE for a
- * root that does not exist, E_OUTOFMEMORY, and E_FAIL for a full disk, a damaged or foreign store
+ * root that does not exist, E_OUTOFMEMORY, and E_FAIL for a full disk, a foreign or damaged store
  * (which is left as it is), and a malformed path. Exceptions stand with the function.
  */
 #ifndef QVCORE6_REGISTRY_H

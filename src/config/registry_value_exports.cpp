@@ -37,6 +37,15 @@ QVRESULT SizeForBoth(platform::HKEY key, const QVWChar* valueName, std::uint32_t
     return result == E_OUTOFMEMORY ? result : S_OK;
 }
 
+// Tries to set a value in a key that others keep deleting.
+constexpr int kAttempts = 1000;
+
+// A key that was deleted after it had been opened is as missing as one that could not be opened.
+QVRESULT ResultOnOpenKey(std::uint32_t error)
+{
+    return error == platform::ERROR_KEY_DELETED ? QV_E_FILE_NOT_FOUND : QVResultFromNative(error);
+}
+
 } // namespace
 
 QVRESULT QVRegistryGetValue(std::uint32_t root, const QVWChar* keyPath, const QVWChar* valueName,
@@ -64,7 +73,7 @@ QVRESULT QVRegistryGetValue(std::uint32_t root, const QVWChar* keyPath, const QV
     }
     key.Close();
     if (error != 0) {
-        return QVResultFromNative(error);
+        return ResultOnOpenKey(error);
     }
     if (!isExpandable || data == nullptr) {
         return S_OK;
@@ -91,15 +100,19 @@ QVRESULT QVRegistrySetValue(std::uint32_t root, const QVWChar* keyPath, const QV
         platform::SetSecurityDescriptorDacl(&descriptor, platform::kFalse, nullptr,
                                             platform::kFalse);
     }
-    core::NativeKey key;
-    if (const auto error = key.Create(native.key, keyPath, native.view | platform::KEY_ALL_ACCESS,
-                                      isNT ? &attributes : nullptr)) {
-        return QVResultFromNative(error);
+    // A key that somebody deletes before its value is set is made anew.
+    std::uint32_t error = platform::ERROR_KEY_DELETED;
+    for (int attempt = 0; error == platform::ERROR_KEY_DELETED && attempt < kAttempts; ++attempt) {
+        core::NativeKey key;
+        error = key.Create(native.key, keyPath, native.view | platform::KEY_ALL_ACCESS,
+                           isNT ? &attributes : nullptr);
+        if (error == 0) {
+            error = static_cast<std::uint32_t>(
+                platform::RegSetValueExW(key.Get(), valueName, 0, nativeType, data, size));
+        }
+        key.Close();
     }
-    const platform::LONG error =
-        platform::RegSetValueExW(key.Get(), valueName, 0, nativeType, data, size);
-    key.Close();
-    return QVResultFromNative(static_cast<std::uint32_t>(error));
+    return QVResultFromNative(error);
 }
 
 QVRESULT QVRegistryDeleteValue(std::uint32_t root, const QVWChar* keyPath, const QVWChar* valueName)
@@ -111,7 +124,7 @@ QVRESULT QVRegistryDeleteValue(std::uint32_t root, const QVWChar* keyPath, const
     }
     const platform::LONG error = platform::RegDeleteValueW(key.Get(), valueName);
     key.Close();
-    return QVResultFromNative(static_cast<std::uint32_t>(error));
+    return ResultOnOpenKey(static_cast<std::uint32_t>(error));
 }
 
 QVRESULT QVRegistryDeleteKey(std::uint32_t root, const QVWChar* keyPath)

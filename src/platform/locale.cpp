@@ -96,6 +96,8 @@ std::int32_t ConvertUtf8(char* dest, int size, const WCHAR* src, int count, UErr
 std::int32_t ConvertBy(UConverter* converter, WCHAR* dest, int size, const char* src, int count,
                        UErrorCode& status)
 {
+    // Converters with a substitute of one byte would give U+001A for an invalid one.
+    ucnv_setSubstChars(converter, "?", 1, &status);
     return ucnv_toUChars(converter, dest, size, src, count, &status);
 }
 

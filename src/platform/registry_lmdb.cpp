@@ -16,7 +16,8 @@ namespace
 // A promise of address space, not of disk. The same in all processes, or they would have to follow
 // each other's resizing. Programs of different width cannot share a file anyway.
 constexpr std::size_t kMapSize = static_cast<std::size_t>(sizeof(void*) >= 8 ? 1024 : 256) << 20;
-constexpr unsigned kReaders = 1024;
+// A process keeps a place for each reader that it ever used at once.
+constexpr unsigned kReaders = 8192;
 
 } // namespace
 

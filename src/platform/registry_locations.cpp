@@ -1,5 +1,6 @@
 #include "platform/registry_locations.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -61,13 +62,19 @@ DWORD FindUserData(std::string* folder)
     return ERROR_SUCCESS;
 }
 
+// By the rights that the files are opened with, not by those of the caller.
+bool IsAccessible(const char* path, int mode)
+{
+    return faccessat(AT_FDCWD, path, mode, AT_EACCESS) == 0;
+}
+
 // The store need not be writable: a user without that right reads what the installation has set.
 bool SystemStoreIsUsable()
 {
-    if (access(kSystemStore, F_OK) == 0) {
-        return access(kSystemStore, R_OK | X_OK) == 0;
+    if (IsAccessible(kSystemStore, F_OK)) {
+        return IsAccessible(kSystemStore, R_OK | X_OK);
     }
-    return access(kSystemState, R_OK | W_OK | X_OK) == 0;
+    return IsAccessible(kSystemState, R_OK | W_OK | X_OK);
 }
 
 // A later change of the current directory must not move the store for a forked child.
@@ -113,10 +120,11 @@ DWORD MakeStoreFolder(const std::string& folder, unsigned mode)
          end = folder.find('/', end + 1)) {
         mkdir(folder.substr(0, end).c_str(), 0755); // the last one tells what went wrong
     }
-    if (mkdir(folder.c_str(), mode) != 0 && errno != EEXIST) {
-        return ErrorFromErrno(errno);
+    if (mkdir(folder.c_str(), mode) != 0) {
+        return errno == EEXIST ? ERROR_SUCCESS : ErrorFromErrno(errno);
     }
-    return ERROR_SUCCESS;
+    // The umask must not hide the machine's store from other users.
+    return chmod(folder.c_str(), mode) == 0 ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
 } // namespace qv::platform
