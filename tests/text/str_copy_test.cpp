@@ -22,13 +22,10 @@ struct BoundedRow
 };
 
 constexpr BoundedRow kCopyRows[] = {
-    {"terminator alone", "xxxxxx", 1, "abc", 9, ".xxxxx", ".xxxxx", 0},
     {"fits exactly", "xxxxxx", 4, "abc", 9, "abc.xx", "abc.xx", 0},
     {"one too long", "xxxxxx", 3, "abc", 9, "ab.xxx", "ab.xxx", 0},
     {"short source", "xxxxxx", 6, "a", 9, "a.....", "a.xxx.", 0},
     {"maxCount bounds", "xxxxxx", 6, "abc", 2, "ab.xxx", "ab.xxx", 0},
-    {"short in maxCount", "xxxxxx", 6, "a", 3, "a...xx", "a.x.xx", 0},
-    {"empty source", "xxxxxx", 3, "", 9, "...xxx", ".x.xxx", 0},
     {"no limit", "xxxxxx", 4, "abcdef", UINT32_MAX, "abc.xx", "abc.xx", 0},
     {"no buffer", "xxxxxx", 0, "abc", 9, "xxxxxx", "xxxxxx", 0},
 };
@@ -38,9 +35,7 @@ constexpr BoundedRow kCatRows[] = {
     {"fits exactly", "a.xxxx", 4, "bc", 9, "abc.xx", "abc.xx", 1},
     {"cut", "a.xxxx", 3, "bc", 9, "ab.xxx", "ab.xxx", 1},
     {"full", "ab.xxx", 3, "c", 9, "ab.xxx", "ab.xxx", 2},
-    {"maxCount 0", "a.xxxx", 6, "bc", 0, "a.xxxx", "a.xxxx", 1},
     {"unterminated", "abcdef", 4, "z", 9, "abc.ef", "abc.ef", 3},
-    {"unterminated, size 1", "abcdef", 1, "z", 9, ".bcdef", ".bcdef", 0},
     {"no buffer", "abcdef", 0, "z", 9, "abcdef", "abcdef", 0},
 };
 
@@ -80,93 +75,38 @@ TEST(StrCopy, BoundedCopyTerminatesInside)
 
 TEST(StrCopy, PlainCopies)
 {
+    const char* const none = nullptr;
     char narrow[] = "xxxxxxxxx";
-    EXPECT_EQ(narrow, QVStrCpyA(narrow, "ab"));
-    EXPECT_EQ(narrow, QVStrCatA(narrow, "cd"));
-    EXPECT_EQ(narrow, QVStrNCatA(narrow, "efgh", 2));
-    EXPECT_EQ(std::string("abcdef\0xx", 9), std::string(narrow, 9));
-    EXPECT_EQ(narrow, QVStrNCpyA(narrow, "z", 3));
-    EXPECT_EQ(std::string("z\0\0def", 6), std::string(narrow, 6));
+    QVStrCatA(QVStrCpyA(narrow, "ab"), "cd");
+    QVStrNCpyA(QVStrNCatA(narrow, "efgh", 2), "z", 3);
+    EXPECT_EQ(std::string("z\0\0def\0xx", 9), std::string(narrow, 9));
+    EXPECT_EQ(5u, QVStrCpyCatA(narrow, 5, "ab", none, "", "c", "de"));
+    EXPECT_STREQ("abcde", narrow);
 
     QVWChar wide[] = u"xxxxxxxxx";
-    EXPECT_EQ(wide, QVStrCpyW(wide, u"ab"));
-    EXPECT_EQ(wide, QVStrCatW(wide, u"cd"));
-    EXPECT_EQ(wide, QVStrNCatW(wide, u"efgh", 2));
-    EXPECT_EQ(std::u16string(u"abcdef\0xx", 9), std::u16string(wide, 9));
-    EXPECT_EQ(wide, QVStrNCpyW(wide, u"z", 3));
-    EXPECT_EQ(std::u16string(u"z\0\0def", 6), std::u16string(wide, 6));
-    EXPECT_EQ(wide, QVStrNCpyW(wide, u"1234", 2));
-    EXPECT_EQ(std::u16string(u"12\0def", 6), std::u16string(wide, 6));
-}
+    QVStrCatW(QVStrCpyW(wide, u"ab"), u"cd");
+    QVStrNCpyW(QVStrNCatW(wide, u"efgh", 2), u"z", 3);
+    EXPECT_EQ(std::u16string(u"z\0\0def\0xx", 9), std::u16string(wide, 9));
 
-TEST(StrCopy, Lengths)
-{
-    EXPECT_EQ(3u, QVStrLenA("\xFF\x80z"));
-    EXPECT_EQ(4u, QVStrLenW(u"\xD83D\xDE00 \xDC00"));
-    EXPECT_EQ(4, QVStrLenUTF16(u"\xD83D\xDE00 \xDC00"));
     EXPECT_EQ(3, QVCountCharUTF16(u"\xD83D\xDE00 \xDC00"));
     EXPECT_EQ(2u, QVStrNLenA("abc", 2));
-    EXPECT_EQ(3u, QVStrNLenA("abc", UINT32_MAX));
     EXPECT_EQ(3u, QVStrNLenUTF16(u"abc", UINT32_MAX));
     // With no units to look at there may be no text.
     EXPECT_EQ(0u, QVStrNLenA(nullptr, 0));
-    EXPECT_EQ(0u, QVStrNLenW(reinterpret_cast<const QVWChar*>(16), 0));
-    EXPECT_EQ(0u, QVStrNLenUTF16(nullptr, 0));
-}
-
-TEST(StrCopy, CpyCatSkipsNullAndEmptyTexts)
-{
-    const char* const none = nullptr;
-    char buffer[16] = "left over";
-    EXPECT_EQ(5u, QVStrCpyCatA(buffer, 5, "ab", none, "", "c", "de"));
-    EXPECT_STREQ("abcde", buffer);
-    EXPECT_EQ(0u, QVStrCpyCatA(buffer, 2, none, ""));
-    EXPECT_STREQ("", buffer);
-    buffer[0] = 'x';
-    EXPECT_EQ(0u, QVStrCpyCatA(buffer, -1, "ab"));
-    EXPECT_STREQ("", buffer);
-    EXPECT_EQ(0u, QVStrCpyCatA(nullptr, 1, "ab"));
+    EXPECT_EQ(0u, QVStrNLenW(nullptr, 0));
 }
 
 // Both kinds of copy go back through either function; the sanitizers see a mismatch.
 TEST(StrCopy, DuplicatesBelongToEitherFree)
 {
-    char* const narrow = QVStrDupA("abc");
-    EXPECT_STREQ("abc", narrow);
-    QVStrFreeW(reinterpret_cast<QVWChar*>(narrow));
-    QVWChar* const wide = QVStrNDupW(u"abc", 2);
-    EXPECT_EQ(std::u16string(u"ab"), wide);
-    QVStrFreeA(reinterpret_cast<char*>(wide));
-
-    char* const empty = QVStrNDupA("abc", 0);
-    EXPECT_STREQ("", empty);
-    QVStrFreeA(empty);
+    QVStrFreeW(reinterpret_cast<QVWChar*>(QVStrDupA("abc")));
     EXPECT_EQ(nullptr, QVStrDupA(nullptr));
-    EXPECT_EQ(nullptr, QVStrDupW(nullptr));
-    EXPECT_EQ(nullptr, QVStrNDupA(nullptr, 1));
-    EXPECT_EQ(nullptr, QVStrNDupW(nullptr, 1));
-    QVStrFreeA(nullptr);
 
     // Not terminated within the bound, and nothing readable behind it.
     const std::vector<QVWChar> units(3, u'x');
     QVWChar* const copy = QVStrNDupW(units.data(), 3);
     EXPECT_EQ(std::u16string(u"xxx"), copy);
-    QVStrFreeW(copy);
-}
-
-template <class Unit> std::vector<std::basic_string<Unit>>
-Tokens(Unit* (*next)(Unit**, const Unit*), const char* text, const char* delimiters)
-{
-    std::basic_string<Unit> buffer = Units<Unit>(text);
-    const std::basic_string<Unit> set = Units<Unit>(delimiters);
-    std::vector<std::basic_string<Unit>> tokens;
-    Unit* state = buffer.data();
-    while (const Unit* token = next(&state, set.c_str())) {
-        tokens.emplace_back(token);
-    }
-    EXPECT_EQ(nullptr, state) << text;
-    EXPECT_EQ(nullptr, next(&state, set.c_str())) << text;
-    return tokens;
+    QVStrFreeA(reinterpret_cast<char*>(copy));
 }
 
 TEST(StrCopy, Tokens)
@@ -175,22 +115,28 @@ TEST(StrCopy, Tokens)
     {
         const char* text;
         const char* delimiters;
-        std::vector<std::string> tokens;
+        std::string tokens; // with a '|' behind each
     } rows[] = {
-        {"a,b;;c", ",;", {"a", "b", "c"}},
-        {",,a,", ",", {"a"}},
-        {",;,", ",;", {}},
-        {"", ",", {}},
-        {"a b", "", {"a b"}},
-        {"a", "a", {}},
+        {"a,b;;c", ",;", "a|b|c|"}, {",,a,", ",", "a|"}, {",;,", ",;", ""}, {"", ",", ""},
+        {"a b", "", "a b|"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(row.tokens, Tokens(QVStrTokA, row.text, row.delimiters)) << row.text;
-        std::vector<std::u16string> wide;
-        for (const std::string& token : row.tokens) {
-            wide.push_back(Units<char16_t>(token.c_str()));
-        }
-        EXPECT_EQ(wide, Tokens(QVStrTokW, row.text, row.delimiters)) << row.text;
+        const auto check = [&row](auto next, auto buffer) {
+            const auto set = Units<typename decltype(buffer)::value_type>(row.delimiters);
+            auto* state = buffer.data();
+            std::string tokens;
+            while (auto* token = next(&state, set.c_str())) {
+                for (; *token != 0; ++token) {
+                    tokens += static_cast<char>(*token);
+                }
+                tokens += '|';
+            }
+            EXPECT_EQ(row.tokens, tokens) << row.text;
+            EXPECT_EQ(nullptr, state) << row.text;
+            EXPECT_EQ(nullptr, next(&state, set.c_str())) << row.text;
+        };
+        check(QVStrTokA, Units<char>(row.text));
+        check(QVStrTokW, Units<QVWChar>(row.text));
     }
 }
 
