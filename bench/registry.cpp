@@ -231,8 +231,10 @@ public:
     }
     ~Writer()
     {
-        kill(m_process, SIGKILL);
-        waitpid(m_process, nullptr, 0);
+        if (m_process > 0) { // kill() takes -1 for every process
+            kill(m_process, SIGKILL);
+            waitpid(m_process, nullptr, 0);
+        }
         munmap(m_writes, sizeof *m_writes);
     }
     Writer(const Writer&) = delete;

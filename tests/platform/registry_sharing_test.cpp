@@ -304,6 +304,7 @@ TEST_F(RegistrySharing, KilledWritersLoseNothing)
         for (int i = 0; i < kWriters; ++i) {
             until[i] = book->acknowledged[i] + more(random);
             writers[i] = fork();
+            ASSERT_NE(writers[i], -1); // what kill() takes for every process
             if (writers[i] == 0) {
                 CountUp(i, *book);
             }
