@@ -57,7 +57,8 @@ template <class Unit> Unit Folded(Unit unit, Case to)
 
 template <class Unit> std::size_t RunLength(const Unit* text)
 {
-    return std::find_if_not(text, text + kLongest + 1, IsInRun<Unit>) - text;
+    return static_cast<std::size_t>(std::find_if_not(text, text + kLongest + 1, IsInRun<Unit>) -
+                                    text);
 }
 
 template <class Kernels> class AsciiKernelsTest : public testing::Test
@@ -73,8 +74,8 @@ protected:
                 std::generate_n(
                     text, length, [this, number = std::minstd_rand::result_type{0}]() mutable {
                         number = m_random(); // often a unit beside the letters
-                        return static_cast<Unit>(number % 4 == 0 ? "@AZ[`az{"[number / 4 % 8]
-                                                                 : 1 + number / 4 % 0x7F);
+                        return number % 4 == 0 ? static_cast<Unit>("@AZ[`az{"[number / 4 % 8])
+                                               : static_cast<Unit>(1 + number / 4 % 0x7F);
                     });
                 if (m_random() % 2 == 0) {
                     const int highs[] = {0x80, 0xFF, sizeof(Unit) == 1 ? 0xC1 : 0x141,

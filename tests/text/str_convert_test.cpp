@@ -15,8 +15,8 @@ TEST(StrConvert, Utf8LengthsAndCapacities)
     QVWChar units[16];
     for (const int32_t capacity : {0, 1, 4, 5}) {
         // Exact buffers: the sanitizers see one unit more.
-        std::vector<char> exactBytes(capacity);
-        std::vector<QVWChar> exactUnits(capacity);
+        std::vector<char> exactBytes(static_cast<std::size_t>(capacity));
+        std::vector<QVWChar> exactUnits(static_cast<std::size_t>(capacity));
         EXPECT_EQ(10, QVUTF16ToUTF8(exactBytes.data(), wide, capacity)) << "the needed length";
         EXPECT_EQ(5, QVUTF8ToUTF16(exactUnits.data(), narrow, capacity));
     }
