@@ -54,17 +54,26 @@ void StopWatching()
     g_exitBegun = nullptr;
 }
 
+void* MapOf(const void* address)
+{
+    Dl_info facts = {};
+    void* map = nullptr;
+    return dladdr1(address, &facts, &map, RTLD_DL_LINKMAP) != 0 ? map : nullptr;
+}
+
 // Modules of the program's own start-up set alone are in the global scope at this moment. They are
-// never unloaded before exit, whose entries above would run only after their destructors.
+// never unloaded before exit, whose entries above would run only after their destructors. A program
+// may hold an address of its own for our function; another library there is another copy of us.
 bool CameWithProgram()
 {
     void* const program = dlopen(nullptr, RTLD_LAZY | RTLD_NOLOAD);
     if (program == nullptr) {
         return false;
     }
-    const bool found = dlsym(program, kModuleExport) != nullptr;
+    void* const found = dlsym(program, kModuleExport);
+    void* const map = found != nullptr ? MapOf(found) : nullptr;
     dlclose(program);
-    return found;
+    return map != nullptr && (map == MapOf(&g_exitBegun) || map == program);
 }
 
 // A wrong answer may only be "yes", which leaks; never "no", which would pull the ground from
