@@ -1,23 +1,21 @@
 #include "platform/registry_damage.h"
 
-#include <sys/mman.h>
-#include <sys/sendfile.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
-#include <cstdio>
 
 #include "platform/registry_lmdb.h"
-#include "platform/registry_records.h"
+#include "platform/registry_page_walk.h"
+#include "platform/registry_turns.h"
 
 namespace qv::platform
 {
 
 namespace
 {
-
-constexpr MDB_dbi kFreePages = 0; // LMDB's own list
 
 class Descriptor
 {
@@ -37,120 +35,90 @@ private:
     int m_number;
 };
 
-struct FileFacts
+bool ReadHead(int file, off_t at, FileHead* head)
 {
-    int file;
-    off_t size;
-    off_t expected;
-};
+    return pread(file, head, sizeof *head, at) == static_cast<ssize_t>(sizeof *head);
+}
 
-// The books first: a writer lengthens the file before it says so there.
-int TakeFacts(MDB_env* environment, FileFacts* facts)
+bool IsSound(const FileHead& head)
 {
-    MDB_envinfo info = {};
+    const std::size_t pageSize = head.freePages.pageSize;
+    return std::has_single_bit(pageSize) && pageSize >= kMinPageSize && pageSize <= kMaxPageSize &&
+           head.lastPage >= kHeadPages - 1 && head.lastPage < Environment::kMapSize / pageSize;
+}
+
+// What the file says of the state that a transaction sees, which is in force until the last commit
+// but one: only then is its head written again.
+int WalkSnapshot(MDB_env* environment, MDB_txn* transaction)
+{
+    int file = -1;
     MDB_stat stat = {};
-    int result = mdb_env_info(environment, &info);
+    int result = mdb_env_get_fd(environment, &file);
     if (result == 0) {
         result = mdb_env_stat(environment, &stat);
     }
-    if (result == 0) {
-        result = mdb_env_get_fd(environment, &facts->file);
-    }
-    struct stat file = {};
-    if (result == 0 && fstat(facts->file, &file) != 0) {
+    struct stat facts = {};
+    if (result == 0 && fstat(file, &facts) != 0) {
         result = errno;
     }
-    facts->size = file.st_size;
-    facts->expected = static_cast<off_t>(info.me_last_pgno + 1) * static_cast<off_t>(stat.ms_psize);
-    return result;
-}
-
-int Copy(const FileFacts& facts, int to)
-{
-    off_t from = 0;
-    while (from < facts.size) {
-        const auto left = static_cast<std::size_t>(facts.size - from);
-        const ssize_t sent = sendfile(to, facts.file, &from, left);
-        if (sent < 0) {
-            return errno;
-        }
-        if (sent == 0) {
-            return EIO;
-        }
-    }
-    return ftruncate(to, facts.expected) == 0 ? 0 : errno;
-}
-
-// Touches every page in use. What was cut off reads as zeros, which are no page and no record.
-int Walk(MDB_txn* transaction, MDB_dbi database)
-{
-    Cursor cursor(transaction, database);
-    MDB_val key;
-    MDB_val data;
-    int result;
-    while ((result = cursor.Move(&key, &data, MDB_NEXT)) == 0) {
-        ValueRecord value;
-        const bool isValue = database != kFreePages && key.mv_size >= kNodeHead &&
-                             static_cast<const unsigned char*>(key.mv_data)[kNodeHead - 1] ==
-                                 static_cast<unsigned char>(RecordKind::kValue);
-        if (isValue && !ValueRecord::Read(data, &value)) {
-            return MDB_CORRUPTED;
-        }
-    }
-    return result == MDB_NOTFOUND ? 0 : result;
-}
-
-int WalkCopy(int copy)
-{
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/self/fd/%d", copy);
-    Environment environment;
-    int result = environment.Open(path, MDB_RDONLY | MDB_NOLOCK | MDB_NOSUBDIR, 0600);
     if (result != 0) {
         return result;
     }
-    Transaction reading;
-    MDB_dbi database = 0;
-    result = reading.Begin(environment.Get(), MDB_RDONLY);
-    if (result == 0) {
-        result = mdb_dbi_open(reading.Get(), nullptr, 0, &database);
+    const std::size_t number = mdb_txn_id(transaction);
+    FileHead head;
+    if (!ReadHead(file, static_cast<off_t>(number % kHeadPages * stat.ms_psize), &head) ||
+        head.transaction != number || head.freePages.pageSize != stat.ms_psize || !IsSound(head)) {
+        return MDB_CORRUPTED;
     }
-    if (result == 0) {
-        result = Walk(reading.Get(), kFreePages);
-    }
-    return result != 0 ? result : Walk(reading.Get(), database);
+    return PageWalk(file, facts.st_size, stat.ms_psize, head).Run();
+}
+
+bool HasMovedOn(MDB_env* environment, std::size_t number)
+{
+    MDB_envinfo info = {};
+    return mdb_env_info(environment, &info) == 0 && info.me_last_txnid != number;
 }
 
 } // namespace
 
-// LMDB never writes a page that was taken and given back in one transaction, so a short file may be
-// a good one. A copy of the right length tells, and is rarely needed.
-int CheckFileLength(MDB_env* environment, bool readOnly)
+// LMDB reads the heads too, and says what is wrong with a file that is none of its own.
+int CheckFileHeads(const std::string& path)
 {
-    FileFacts facts = {};
-    int result = TakeFacts(environment, &facts);
-    if (result != 0 || facts.size >= facts.expected) {
-        return result;
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    FileHead head;
+    off_t at = 0;
+    for (PageNumber page = 0; page < kHeadPages && ReadHead(file.Get(), at, &head); ++page) {
+        if (head.magic != kFileMagic || head.version != kFileVersion) {
+            return 0;
+        }
+        if (!IsSound(head)) {
+            return MDB_INVALID;
+        }
+        at += static_cast<off_t>(head.freePages.pageSize);
     }
-    Transaction still; // no writer changes the file meanwhile
-    if (!readOnly) {
-        result = still.Begin(environment, 0);
+    return 0;
+}
+
+int CheckPages(MDB_env* environment, TurnLocks& turns)
+{
+    constexpr int kTries = 10;
+    for (int tries = 1;; ++tries) {
+        Transaction reading;
+        int result;
+        {
+            const Turn turn(turns, TurnKind::kRegistering);
+            result = reading.Begin(environment, MDB_RDONLY);
+        }
+        if (result != 0) {
+            return result;
+        }
+        result = WalkSnapshot(environment, reading.Get());
+        // The head may have been read while a quick writer wrote it again.
+        if (result != MDB_CORRUPTED || tries == kTries ||
+            !HasMovedOn(environment, mdb_txn_id(reading.Get()))) {
+            return result;
+        }
     }
-    if (result == 0) {
-        result = TakeFacts(environment, &facts);
-    }
-    if (result != 0 || facts.size >= facts.expected) {
-        return result;
-    }
-    const Descriptor copy(memfd_create("registry", MFD_CLOEXEC));
-    if (copy.Get() < 0) {
-        return errno;
-    }
-    result = Copy(facts, copy.Get());
-    if (result == 0) {
-        result = WalkCopy(copy.Get());
-    }
-    return result == MDB_CORRUPTED || result == MDB_PAGE_NOTFOUND ? MDB_INVALID : result;
 }
 
 } // namespace qv::platform

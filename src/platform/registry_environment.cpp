@@ -120,13 +120,14 @@ int MakeDataFile(StorePart part, const std::string& folder)
 
 int OpenFiles(const std::string& folder, StorePart part, Environment& environment, bool* readOnly)
 {
-    int result = environment.Open(folder.c_str(), kSharedFlags, ModeOf(part));
+    int result = CheckFileHeads(folder + kDataFile);
+    if (result != 0) {
+        return result;
+    }
+    result = environment.Open(folder.c_str(), kSharedFlags, ModeOf(part));
     *readOnly = IsRefusal(result);
     if (*readOnly) {
         result = environment.Open(folder.c_str(), kSharedFlags | MDB_RDONLY, ModeOf(part));
-    }
-    if (result == 0) {
-        result = CheckFileLength(environment.Get(), *readOnly);
     }
     return result;
 }
@@ -138,10 +139,19 @@ int Register(StorePart part, bool readOnly, Environment& environment, MDB_dbi* d
     if (result != 0) {
         return result;
     }
+    {
+        const Turn turn(turns, TurnKind::kRegistering);
+        int dead = 0;
+        result = mdb_reader_check(environment.Get(), &dead); // gives back what killed readers held
+    }
+    if (result == 0) {
+        result = CheckPages(environment.Get(), turns);
+    }
+    if (result != 0) {
+        return result;
+    }
     const Turn turn(turns, TurnKind::kRegistering);
-    int dead = 0;
-    result = mdb_reader_check(environment.Get(), &dead); // gives back what killed readers held
-    return result != 0 ? result : FindSchema(environment.Get(), part, readOnly, database);
+    return FindSchema(environment.Get(), part, readOnly, database);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <cstddef>
 
 #include "platform/error.h"
 
@@ -13,9 +12,6 @@ namespace qv::platform
 namespace
 {
 
-// A promise of address space, not of disk. The same in all processes, or they would have to follow
-// each other's resizing. Programs of different width cannot share a file anyway.
-constexpr std::size_t kMapSize = static_cast<std::size_t>(sizeof(void*) >= 8 ? 1024 : 256) << 20;
 // A process keeps a place for each reader that it ever used at once.
 constexpr unsigned kReaders = 8192;
 

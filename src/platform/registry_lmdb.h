@@ -3,6 +3,8 @@
 
 #include <lmdb.h>
 
+#include <cstddef>
+
 #include "platform/types.h"
 
 namespace qv::platform
@@ -14,6 +16,11 @@ DWORD ErrorFromStore(int result);
 class Environment
 {
 public:
+    // A promise of address space, not of disk. The same in all processes, or they would have to
+    // follow each other's resizing. Programs of different width cannot share a file anyway.
+    static constexpr std::size_t kMapSize =
+        static_cast<std::size_t>(sizeof(void*) >= 8 ? 1024 : 256) << 20;
+
     Environment() = default;
     ~Environment() { Close(); }
     Environment(const Environment&) = delete;

@@ -91,7 +91,8 @@ DWORD FindChild(MDB_txn* transaction, MDB_dbi database, Node parent, std::u16str
     if (result != 0) {
         return ErrorFromStore(result);
     }
-    if (!SubKey::Read(data, &found)) {
+    // Nodes are numbered in the order of their making; a circle of keys would have no end.
+    if (!SubKey::Read(data, &found) || found.child <= parent) {
         return ERROR_REGISTRY_CORRUPT;
     }
     *child = found.child;
