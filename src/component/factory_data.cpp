@@ -17,6 +17,6 @@ CQVFactoryData::~CQVFactoryData()
     qv::core::Boundary([&] { qv::core::TableOf(m_factory).Release(m_factory); });
     // Refused while this library is unloading: no library is freed inside its notification.
     if (m_library != QV_LIBRARY_NONE) {
-        QVModuleLibClose(qv::core::SelfModule(), m_library);
+        QVModuleLibClose(qv::core::s_selfModule, m_library);
     }
 }

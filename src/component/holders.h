@@ -42,7 +42,7 @@ public:
     ~HeldLibrary()
     {
         if (m_library != QV_LIBRARY_NONE) {
-            QVModuleLibClose(SelfModule(), m_library);
+            QVModuleLibClose(s_selfModule, m_library);
         }
     }
     HeldLibrary(const HeldLibrary&) = delete;
@@ -50,7 +50,7 @@ public:
 
     void Open(const QVWChar* path)
     {
-        ThrowIfFailed(QVModuleLibOpen(SelfModule(), path, &m_library));
+        ThrowIfFailed(QVModuleLibOpen(s_selfModule, path, &m_library));
     }
     QVLibrary Get() const { return m_library; }
     QVLibrary PassOn() { return std::exchange(m_library, QV_LIBRARY_NONE); }

@@ -1,6 +1,7 @@
 #include <qvcore6/memory.h>
 
 #include <atomic>
+#include <type_traits>
 
 namespace
 {

@@ -20,8 +20,6 @@ extern std::int16_t s_isWow64;      // a 32-bit process on a 64-bit system
 extern platform::IMalloc* s_malloc; // the task allocator; null when it could not be had
 extern RegDeleteKeyExFunction s_regDeleteKeyEx;
 extern GetTimeFunction s_getPreciseTime;
-
-// This library's own identity in the module set.
-std::uint32_t SelfModule();
+extern std::uint32_t s_selfModule; // this library's own identity in the module set
 
 } // namespace qv::core

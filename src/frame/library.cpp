@@ -81,6 +81,7 @@ QVRESULT QVLibraryStart()
         return S_OK;
     }
     std::setlocale(LC_ALL, "");
+    s_selfModule = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(&platform::DllMain));
     TakePlatformFacts();
     const QVRESULT made = Boundary(MakeGlobalData);
     if (made < 0) {
@@ -102,26 +103,19 @@ QVRESULT QVLibraryStop()
     return S_OK;
 }
 
-std::uint32_t SelfModule()
-{
-    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(&platform::DllMain));
-}
-
 } // namespace qv::core
 
 namespace qv::platform
 {
 
-constinit const char* const kModuleExport = "QVMutexCreate";
-
 BOOL DllMain(void* /*instance*/, DWORD reason, void* reserved)
 {
     if (reason == DLL_PROCESS_ATTACH) {
         core::QVLibraryStart();
-        QVModuleSetInitialized(core::SelfModule(), 1);
+        QVModuleSetInitialized(core::s_selfModule, 1);
     } else if (reason == DLL_PROCESS_DETACH) {
         // Marked first, so that the factory cache frees no library inside this notification.
-        QVModuleSetInitialized(core::SelfModule(), 0);
+        QVModuleSetInitialized(core::s_selfModule, 0);
         if (reserved == nullptr) {
             core::QVLibraryStop();
         }

@@ -25,8 +25,8 @@ CQVCoreMutexImpl::~CQVCoreMutexImpl()
 
 QVRESULT CQVCoreMutexImpl::Acquire()
 {
-    qv::platform::EnterCriticalSection(&m_criticalSection);
-    return S_OK;
+    static_assert(S_OK == 0);
+    return qv::platform::EnterCriticalSection(&m_criticalSection);
 }
 
 QVRESULT CQVCoreMutexImpl::TryAcquire()

@@ -1,24 +1,23 @@
 #include "platform/critical_section.h"
 
-#include <unistd.h>
-
 #include "platform/futex.h"
+#include "platform/processor.h"
 
 namespace qv::platform
 {
 
+[[gnu::tls_model("initial-exec")]] constinit thread_local std::uintptr_t t_threadMark = 0;
+
 namespace
 {
 
-constexpr std::uint32_t kFree = 0;
-constexpr std::uint32_t kHeld = 1;
-constexpr std::uint32_t kHeldAndAwaited = 2;
+constinit std::atomic<std::uintptr_t> g_marks{0}; // the last that was given out
 
 void Initialize(CRITICAL_SECTION& section, DWORD spin)
 {
     section.word.store(kFree, std::memory_order_relaxed);
     section.depth = 0;
-    section.owner.store(nullptr, std::memory_order_relaxed);
+    section.owner.store(0, std::memory_order_relaxed);
     section.spin = spin;
     section.debug.ContentionCount.store(0, std::memory_order_relaxed);
     section.DebugInfo = &section.debug;
@@ -52,6 +51,14 @@ bool Spin(CRITICAL_SECTION& section)
     return false;
 }
 
+std::uintptr_t ThreadMark()
+{
+    if (t_threadMark == 0) {
+        t_threadMark = g_marks.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+    return t_threadMark;
+}
+
 bool IsOwn(const CRITICAL_SECTION& section)
 {
     return section.owner.load(std::memory_order_relaxed) == ThreadMark();
@@ -67,7 +74,7 @@ void InitializeCriticalSection(CRITICAL_SECTION* section)
 BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spin)
 {
     // With one processor the holder cannot run while somebody spins.
-    Initialize(*section, sysconf(_SC_NPROCESSORS_ONLN) > 1 ? spin : 0);
+    Initialize(*section, HasSeveralProcessors() ? spin : 0);
     return kTrue;
 }
 
@@ -86,11 +93,11 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section)
     return kFalse;
 }
 
-void EnterHeldCriticalSection(CRITICAL_SECTION* section)
+LONG EnterHeldCriticalSection(CRITICAL_SECTION* section)
 {
     if (IsOwn(*section)) {
         ++section->depth;
-        return;
+        return 0;
     }
     if (!Spin(*section)) {
         bool counted = false;
@@ -104,6 +111,7 @@ void EnterHeldCriticalSection(CRITICAL_SECTION* section)
         }
     }
     section->owner.store(ThreadMark(), std::memory_order_relaxed);
+    return 0;
 }
 
 void WakeCriticalSection(CRITICAL_SECTION* section)

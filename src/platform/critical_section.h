@@ -1,12 +1,13 @@
 // Critical sections: recursive locks of one process.
 //
 // The word says who may be wrong about the rest:
-//   0  free: owner is null or stale, depth is 0
-//   1  held, nobody sleeps
-//   2  held, somebody may sleep: the leaver wakes one
-// The owner mark is the thread's pointer to its thread-local data. Unlike a thread id it costs no
-// system call and stays right in a forked child. Only the holder writes owner and depth; others
-// read owner merely to see that it is not theirs, so a stale value does no harm.
+//   kFree            owner is null, depth is 0
+//   kHeld            nobody sleeps
+//   kHeldAndAwaited  somebody may sleep: the leaver wakes one
+// The owner is marked by a number that no other thread of this process ever had or will have, and
+// that a forked child's only thread keeps: a mark that came back, as an address may, would let a
+// new thread in beside what a vanished one left half done. Only the holder writes owner and depth;
+// others read owner merely to see that it is not theirs, so a stale value does no harm.
 #pragma once
 
 #include <atomic>
@@ -27,17 +28,18 @@ struct CRITICAL_SECTION
 {
     std::atomic<std::uint32_t> word;
     std::uint32_t depth; // levels beyond the first
-    std::atomic<const void*> owner;
+    std::atomic<std::uintptr_t> owner;
     DWORD spin;
     CRITICAL_SECTION_DEBUG debug;
     CRITICAL_SECTION_DEBUG* DebugInfo;
 };
 
-// The calling thread's mark: an address that no other live thread has.
-inline const void* ThreadMark()
-{
-    return __builtin_thread_pointer();
-}
+inline constexpr std::uint32_t kFree = 0;
+inline constexpr std::uint32_t kHeld = 1;
+inline constexpr std::uint32_t kHeldAndAwaited = 2;
+
+// The calling thread's mark; 0 until its first entry.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uintptr_t t_threadMark;
 
 extern "C"
 {
@@ -48,24 +50,28 @@ extern "C"
     BOOL TryEnterCriticalSection(CRITICAL_SECTION* section);
 
     // The parts of enter and leave that are off the fast path.
-    void EnterHeldCriticalSection(CRITICAL_SECTION* section);
+    LONG EnterHeldCriticalSection(CRITICAL_SECTION* section);
     void WakeCriticalSection(CRITICAL_SECTION* section);
 }
 
-inline void EnterCriticalSection(CRITICAL_SECTION* section)
+// Gives 0: a caller who has nothing else to answer ends in the slow path, without a frame.
+inline LONG EnterCriticalSection(CRITICAL_SECTION* section)
 {
-    const void* const self = ThreadMark();
+    const std::uintptr_t self = t_threadMark;
+    if (self == 0) [[unlikely]] {
+        return EnterHeldCriticalSection(section);
+    }
     if (section->owner.load(std::memory_order_relaxed) == self) [[unlikely]] {
         ++section->depth;
-        return;
+        return 0;
     }
-    std::uint32_t free = 0;
-    if (section->word.compare_exchange_strong(free, 1, std::memory_order_acquire,
+    std::uint32_t free = kFree;
+    if (section->word.compare_exchange_strong(free, kHeld, std::memory_order_acquire,
                                               std::memory_order_relaxed)) [[likely]] {
         section->owner.store(self, std::memory_order_relaxed);
-        return;
+        return 0;
     }
-    EnterHeldCriticalSection(section);
+    return EnterHeldCriticalSection(section);
 }
 
 inline void LeaveCriticalSection(CRITICAL_SECTION* section)
@@ -74,9 +80,9 @@ inline void LeaveCriticalSection(CRITICAL_SECTION* section)
         --section->depth;
         return;
     }
-    section->owner.store(nullptr, std::memory_order_relaxed);
+    section->owner.store(0, std::memory_order_relaxed);
     // From here on the next holder may free the section: nothing of it is read again.
-    if (section->word.exchange(0, std::memory_order_release) == 2) [[unlikely]] {
+    if (section->word.exchange(kFree, std::memory_order_release) == kHeldAndAwaited) [[unlikely]] {
         WakeCriticalSection(section);
     }
 }

@@ -2,21 +2,15 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
-#include <semaphore.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unwind.h>
 
 #include <cstdlib>
-#include <new>
 
-#include "platform/loader.h"
+#include "platform/critical_section.h"
+#include "platform/library_counts.h"
 #include "platform/registry_store.h"
-
-extern "C"
-{
-    int __cxa_atexit(void (*function)(void*), void* argument, void* module);
-    void __cxa_finalize(void* module);
-}
 
 namespace qv::platform
 {
@@ -24,65 +18,43 @@ namespace qv::platform
 namespace
 {
 
-// Posted by exit() before this module's destructor runs, unless the module came with the program.
-constinit sem_t* g_exitBegun = nullptr;
-constinit bool g_cameWithProgram = false;
+// Held while the module starts or stops, and around a fork: what a fork makes stand still neither
+// comes nor goes before it is let go.
+constinit CRITICAL_SECTION g_changing{};
 
-// An entry of no module is run by exit() alone, not by dlclose. Its function and its argument both
-// outlive the module: sem_post belongs to the C library, and the semaphore lies on the heap. The
-// semaphore also serves as the module, which is none: so the entry can be taken back by it, and the
-// thread sanitizer drops the argument of an entry whose module is null.
-void WatchForExit()
+class Changing
 {
-    g_exitBegun = static_cast<sem_t*>(std::malloc(sizeof(sem_t)));
-    if (g_exitBegun == nullptr) {
-        return;
-    }
-    sem_init(g_exitBegun, 0, 0);
-    using Callback = void (*)(void*);
-    const auto post = reinterpret_cast<Callback>(reinterpret_cast<void (*)()>(&sem_post));
-    if (__cxa_atexit(post, g_exitBegun, g_exitBegun) != 0) {
-        std::free(g_exitBegun);
-        g_exitBegun = nullptr;
-    }
+public:
+    Changing() { EnterCriticalSection(&g_changing); }
+    ~Changing() { LeaveCriticalSection(&g_changing); }
+    Changing(const Changing&) = delete;
+    Changing& operator=(const Changing&) = delete;
+};
+
+struct Callers
+{
+    bool exit = false;
+    bool dlclose = false;
+};
+
+_Unwind_Reason_Code Look(_Unwind_Context* frame, void* callers)
+{
+    auto& seen = *static_cast<Callers*>(callers);
+    const auto function = static_cast<std::uintptr_t>(_Unwind_GetRegionStart(frame));
+    seen.exit = seen.exit || function == reinterpret_cast<std::uintptr_t>(&std::exit);
+    seen.dlclose = seen.dlclose || function == reinterpret_cast<std::uintptr_t>(&dlclose);
+    return _URC_NO_REASON;
 }
 
-void StopWatching()
-{
-    __cxa_finalize(g_exitBegun);
-    std::free(g_exitBegun);
-    g_exitBegun = nullptr;
-}
-
-void* MapOf(const void* address)
-{
-    Dl_info facts = {};
-    void* map = nullptr;
-    return dladdr1(address, &facts, &map, RTLD_DL_LINKMAP) != 0 ? map : nullptr;
-}
-
-// Modules of the program's own start-up set alone are in the global scope at this moment. They are
-// never unloaded before exit, whose entries above would run only after their destructors. A program
-// may hold an address of its own for our function; another library there is another copy of us.
-bool CameWithProgram()
-{
-    void* const program = dlopen(nullptr, RTLD_LAZY | RTLD_NOLOAD);
-    if (program == nullptr) {
-        return false;
-    }
-    void* const found = dlsym(program, kModuleExport);
-    void* const map = found != nullptr ? MapOf(found) : nullptr;
-    dlclose(program);
-    return map != nullptr && (map == MapOf(&g_exitBegun) || map == program);
-}
-
-// A wrong answer may only be "yes", which leaks; never "no", which would pull the ground from
-// under running threads.
+// The loader runs a destructor in the same way for both ends, and an exit routine of our own could
+// come too late: a module that is loaded before main is ended after it. So the callers tell. A
+// wrong answer may only be "yes", which leaks; never "no", which would pull the ground from under
+// running threads.
 bool ProcessIsExiting()
 {
-    int value = 0;
-    return g_cameWithProgram || g_exitBegun == nullptr ||
-           (sem_getvalue(g_exitBegun, &value) == 0 && value > 0);
+    Callers seen;
+    _Unwind_Backtrace(&Look, &seen);
+    return seen.exit || !seen.dlclose;
 }
 
 bool OtherThreadsLive()
@@ -93,7 +65,8 @@ bool OtherThreadsLive()
         if (stat("/proc/self/task", &tasks) != 0) {
             return true;
         }
-        if (tasks.st_nlink <= 3) {
+        // Itself, its parent and the one thread.
+        if (tasks.st_nlink == 3) {
             return false;
         }
         usleep(1000);
@@ -101,23 +74,40 @@ bool OtherThreadsLive()
     return true;
 }
 
+// Whether this thread's fork is one that the module hears of.
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool t_forkIsTold = false;
+
+// Never waits for an unload: the code that waits would be gone at its end.
+void OnFork(ForkStage stage)
+{
+    if (stage == ForkStage::Prepare) {
+        t_forkIsTold = TryEnterCriticalSection(&g_changing) != kFalse;
+    }
+    if (!t_forkIsTold) {
+        return;
+    }
+    ForkNotification(stage);
+    if (stage != ForkStage::Prepare) {
+        t_forkIsTold = false;
+        LeaveCriticalSection(&g_changing);
+    }
+}
+
 [[gnu::constructor]] void OnLoad()
 {
-    WatchForExit();
-    g_cameWithProgram = CameWithProgram();
-    pthread_atfork([] { ForkNotification(ForkStage::Prepare); },
-                   [] { ForkNotification(ForkStage::Parent); },
-                   [] { ForkNotification(ForkStage::Child); });
+    pthread_atfork([] { OnFork(ForkStage::Prepare); }, [] { OnFork(ForkStage::Parent); },
+                   [] { OnFork(ForkStage::Child); });
+    const Changing changing;
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
 
 [[gnu::destructor]] void OnUnload()
 {
     if (!ProcessIsExiting()) {
+        const Changing changing;
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         CloseRegistryStores();
-        ForgetLibraries();
-        StopWatching();
+        ForgetLibraryCounts();
         return;
     }
     static char processEnds;

@@ -23,10 +23,8 @@ extern "C"
     // destroyed.
     BOOL DllMain(void* instance, DWORD reason, void* reserved);
 
+    // No stage is told while the module starts or stops.
     void ForkNotification(ForkStage stage);
-
-    // The name of a function that the module exports; by it the layer learns how it was loaded.
-    extern const char* const kModuleExport;
 }
 
 } // namespace qv::platform

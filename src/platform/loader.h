@@ -27,7 +27,4 @@ extern "C"
     BOOL FreeLibrary(HMODULE module);
 }
 
-// Frees the book-keeping, without closing anything. Only when this layer itself is being unloaded.
-void ForgetLibraries();
-
 } // namespace qv::platform

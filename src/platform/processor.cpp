@@ -1,8 +1,14 @@
 #include "platform/processor.h"
 
+#include <sched.h>
+
+#include <atomic>
+
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
 #endif
+
+#include "platform/error.h"
 
 namespace qv::platform
 {
@@ -42,6 +48,20 @@ bool HasAvx2()
 BOOL IsProcessorFeaturePresent(DWORD feature)
 {
     return feature == PF_AVX2_INSTRUCTIONS_AVAILABLE && HasAvx2() ? kTrue : kFalse;
+}
+
+bool HasSeveralProcessors()
+{
+    static constinit std::atomic<int> count{0};
+    int processors = count.load(std::memory_order_relaxed);
+    if (processors == 0) {
+        const KeepErrno keep;
+        cpu_set_t set;
+        // More processors than a set of the usual size has places for are an error.
+        processors = sched_getaffinity(0, sizeof set, &set) == 0 ? CPU_COUNT(&set) : CPU_SETSIZE;
+        count.store(processors, std::memory_order_relaxed);
+    }
+    return processors > 1;
 }
 
 } // namespace qv::platform

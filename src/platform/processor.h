@@ -15,4 +15,7 @@ extern "C"
     BOOL IsProcessorFeaturePresent(DWORD feature);
 }
 
+// True if two threads of this process may run at once. Asked of the system at the first call.
+bool HasSeveralProcessors();
+
 } // namespace qv::platform

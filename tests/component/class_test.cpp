@@ -217,13 +217,13 @@ TEST_F(ClassTest, WhileTheLibraryUnloadsNothingIsLoadedOrFreed)
 {
     EXPECT_EQ(Ask(Kind::Plain), S_OK);
     Take();
-    EXPECT_EQ(QVModuleSetInitialized(core::SelfModule(), 0), S_OK);
+    EXPECT_EQ(QVModuleSetInitialized(core::s_selfModule, 0), S_OK);
     EXPECT_EQ(Ask(Kind::AsksForPlain), QV_E_NOT_INITIALIZED);
     EXPECT_EQ(Ask(Kind::Plain), S_OK); // cached
     Take();
     EXPECT_EQ(QVComFlushFactoryCache(), S_OK);
     EXPECT_EQ(Take(), (Journal{"end 0"})); // released, and left mapped
-    EXPECT_EQ(QVModuleSetInitialized(core::SelfModule(), 1), S_OK);
+    EXPECT_EQ(QVModuleSetInitialized(core::s_selfModule, 1), S_OK);
     QVLibrary library = nullptr;
     ASSERT_EQ(QVLibOpen(LibraryPath("lib_component").c_str(), &library), S_OK);
     EXPECT_EQ(QVLibClose(library), S_OK);

@@ -188,7 +188,7 @@ TEST(ModuleGate, OnlyTheLow16BitsCount)
 
 TEST(ModuleGate, TheLibraryItselfIsUp)
 {
-    EXPECT_EQ(QVModuleLibClose(core::SelfModule(), QV_LIBRARY_NONE), E_FAIL);
+    EXPECT_EQ(QVModuleLibClose(core::s_selfModule, QV_LIBRARY_NONE), E_FAIL);
 }
 
 TEST(WithoutGlobalData, EveryCallRefuses)

@@ -112,11 +112,24 @@ int ForkWhileBusy()
     return 0;
 }
 
+// The child's only thread holds what it held. What another thread held stays held: a thread that is
+// made where that one was is not taken for it.
 int HeldAcrossFork()
 {
     QVMutex mutex;
+    QVMutex lost;
     QV_CALL(QVMutexCreate)("held", 0, &mutex);
+    QV_CALL(QVMutexCreate)("lost", 0, &lost);
     QV_CALL(QVMutexAcquire)(mutex);
+    std::atomic<bool> holds{false};
+    std::thread([&] {
+        QV_CALL(QVMutexAcquire)(lost);
+        holds = true;
+        pause();
+    }).detach();
+    while (!holds) {
+        std::this_thread::yield();
+    }
     const pid_t child = fork();
     if (child == 0) {
         alarm(20);
@@ -124,7 +137,10 @@ int HeldAcrossFork()
         QV_CALL(QVMutexRelease)(mutex);
         QV_CALL(QVMutexRelease)(mutex);
         bool taken = false;
-        std::thread([&] { taken = QV_CALL(QVMutexTryAcquire)(mutex) == S_OK; }).join();
+        std::thread([&] {
+            taken = QV_CALL(QVMutexTryAcquire)(mutex) == S_OK &&
+                    QV_CALL(QVMutexTryAcquire)(lost) == E_FAIL;
+        }).join();
         std::exit(nested && taken ? 0 : 1);
     }
     QV_CALL(QVMutexRelease)(mutex);

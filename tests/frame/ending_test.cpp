@@ -18,7 +18,7 @@ TEST(Ending, KeepsTheExitCode)
 {
     const char* const ways[] = {"return", "return-busy", "exit-from-thread", "quick-exit-busy",
                                 "fork",   "fork-busy",   "fork-held"};
-    for (const char* const program : {QV_TEST_LINKED, QV_TEST_DLOPENED}) {
+    for (const char* const program : {QV_TEST_LINKED, QV_TEST_DLOPENED, QV_TEST_EARLY}) {
         for (const char* const way : ways) {
             // The sanitizers' own allocator may be locked for ever in a child of a busy process.
             if (QV_TEST_SANITIZED != 0 && std::string(way) == "fork-busy") {

@@ -159,7 +159,7 @@ protected:
         QVLibraryStop();
         ExpectDown();
         ASSERT_EQ(QVLibraryStart(), S_OK);
-        QVModuleSetInitialized(SelfModule(), 1);
+        QVModuleSetInitialized(s_selfModule, 1);
     }
     static void ExpectDown()
     {
@@ -324,7 +324,7 @@ TEST_F(StartStop, AnEndingProcessWithOtherThreadsKeepsItsTables)
     char ending = 0;
     EXPECT_NE(DllMain(nullptr, DLL_PROCESS_DETACH, &ending), 0);
     EXPECT_NE(g_globalData.m_clientData, nullptr);
-    EXPECT_EQ(QVModuleLibClose(SelfModule(), nullptr), QV_E_NOT_INITIALIZED);
+    EXPECT_EQ(QVModuleLibClose(s_selfModule, nullptr), QV_E_NOT_INITIALIZED);
 }
 
 } // namespace
