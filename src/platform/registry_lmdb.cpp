@@ -1,6 +1,7 @@
 #include "platform/registry_lmdb.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -14,6 +15,36 @@ namespace
 
 // A process keeps a place for each reader that it ever used at once.
 constexpr unsigned kReaders = 8192;
+
+// A program may have closed its standard streams. What it prints must not go into the store, so
+// none of LMDB's files gets their numbers.
+class StandardNumbers
+{
+public:
+    StandardNumbers()
+    {
+        for (int file; (file = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0;) {
+            if (file > STDERR_FILENO) {
+                close(file);
+                break;
+            }
+            m_taken[file] = true;
+        }
+    }
+    ~StandardNumbers()
+    {
+        for (int file = 0; file <= STDERR_FILENO; ++file) {
+            if (m_taken[file]) {
+                close(file);
+            }
+        }
+    }
+    StandardNumbers(const StandardNumbers&) = delete;
+    StandardNumbers& operator=(const StandardNumbers&) = delete;
+
+private:
+    bool m_taken[STDERR_FILENO + 1] = {};
+};
 
 } // namespace
 
@@ -56,6 +87,7 @@ int Environment::Open(const char* path, unsigned flags, mdb_mode_t mode)
         result = mdb_env_set_maxreaders(m_environment, kReaders);
     }
     if (result == 0) {
+        const StandardNumbers taken;
         result = mdb_env_open(m_environment, path, flags | MDB_NOTLS, mode);
     }
     int file = -1;
