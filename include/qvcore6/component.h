@@ -16,17 +16,19 @@
  * one search and one QueryInterface. The cache holds on to class objects and libraries until
  * QVComFlushFactoryCache.
  *
- *     IQVUnknown* object;
- *     if (QVComCreateObjectByProgID(u"Acme.Filter", NULL, &QV_IID_UNKNOWN, (void**)&object) < 0) {
+ *     void* object;
+ *     if (QVComCreateObjectByProgID(u"Acme.Filter", NULL, &QV_IID_UNKNOWN, &object) < 0) {
  *         return;
  *     }
- *     IQVUnknown_Release(object);
+ *     IQVUnknown_Release((IQVUnknown*)object);
  *
  * Any thread may call any function. Class look-ups run one at a time, also those that hit the
  * cache: a library's load routine, DllGetClassObject and a class object's QueryInterface run inside
  * one. They may look up further classes on the same thread, and must not wait for another thread
- * that does. In a process that was forked while another thread was loading a class, the functions
- * that look up classes answer E_FAIL.
+ * that does. The system's loader runs load and unload routines under a lock of its own: a routine
+ * of a library that no look-up loads must not look up classes while another thread may do so. In a
+ * process that was forked while another thread was loading a class or flushing the cache, the
+ * functions that look up classes answer E_FAIL.
  */
 #ifndef QVCORE6_COMPONENT_H
 #define QVCORE6_COMPONENT_H
@@ -213,7 +215,8 @@ QV_EXPORT QVRESULT QVComFlushFactoryCache(void);
 QV_EXPORT QVRESULT QVComMalloc(uint32_t size, void** blockOut);
 
 /*
- * Resizes *block, which may move; a null *block allocates; size 0 frees it and stores null.
+ * Resizes *block, which may move; size 0 frees it and stores null; otherwise a null *block
+ * allocates.
  * S_OK; E_OUTOFMEMORY, with *block and its bytes as they were.
  */
 QV_EXPORT QVRESULT QVComRealloc(void** block, uint32_t size);

@@ -9,7 +9,7 @@
 namespace qv::core
 {
 
-// Enough for every path that QVLibOpen is given, with a terminator behind it in any case.
+// The 260 units that a registration may hold, and a terminator behind them in any case.
 using LibraryPath = std::array<QVWChar, 261>;
 
 // The library of a class, or a failure code of the read.

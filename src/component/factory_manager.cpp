@@ -1,5 +1,6 @@
 #include "component/factory_manager.h"
 
+#include <chrono>
 #include <new>
 #include <thread>
 
@@ -16,8 +17,8 @@ namespace
 // Whether this thread took the map's mutex for a fork.
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool t_heldForFork = false;
 
-// Tries before a short hold of another thread counts as a long one.
-constexpr int kForkAttempts = 1000;
+// After this time a short hold of another thread counts as a long one.
+constexpr std::chrono::seconds kLongHold{2};
 
 // Asks foreign code for an interface. What it throws ends here: the exception's own code may lie in
 // the library that is closed on the way out. Success without an interface counts as a failure,
@@ -128,14 +129,15 @@ bool CQVFactoryManager::TryHoldMap()
         return false;
     }
     // A cached look-up or another fork is over soon; a load may wait for this very thread.
-    for (int attempt = 0; attempt < kForkAttempts; ++attempt) {
+    if (QVMutexTryAcquire(mutex) >= 0) {
+        return true;
+    }
+    const auto end = std::chrono::steady_clock::now() + kLongHold;
+    while (m_loading.load() == 0 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::microseconds(50)); // lets a holder run
         if (QVMutexTryAcquire(mutex) >= 0) {
             return true;
         }
-        if (m_loading.load() != 0) {
-            return false;
-        }
-        std::this_thread::yield();
     }
     return false;
 }

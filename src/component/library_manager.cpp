@@ -37,6 +37,9 @@ void CQVLibraryManager::Close(QVLibrary library)
 void* CQVLibraryManager::GetSymbol(QVLibrary library, const QVWChar* name)
 {
     const std::string narrow = QVWStringToAnsi(name);
+    if (*name != 0 && (narrow.empty() || narrow.front() == '\0')) {
+        ThrowLastError(); // the conversion failed, and said why
+    }
     const qv::platform::FARPROC symbol =
         qv::platform::GetProcAddress(ModuleOf(library), narrow.c_str());
     if (symbol == nullptr) {

@@ -161,9 +161,6 @@ HMODULE Load(std::string path)
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    if (Module* const builtIn = BuiltIn(InLowerCase(path))) {
-        return builtIn;
-    }
     std::replace(path.begin(), path.end(), '\\', '/');
     const Opened opened = OpenAnyName(path);
     if (opened.handle == nullptr) {
@@ -214,7 +211,11 @@ HMODULE LoadLibraryW(const WCHAR* path)
 HMODULE LoadLibraryA(const char* path)
 {
     const KeepErrno keep;
-    return WithMemory([&] { return Load(path == nullptr ? "" : path); });
+    return WithMemory([&] {
+        const std::string name = path == nullptr ? "" : path;
+        Module* const builtIn = BuiltIn(InLowerCase(name));
+        return builtIn != nullptr ? builtIn : Load(name);
+    });
 }
 
 HMODULE GetModuleHandleW(const WCHAR* name)
@@ -261,11 +262,6 @@ BOOL FreeLibrary(HMODULE module)
         return kFalse;
     }
     return kTrue;
-}
-
-void ForgetLibraries()
-{
-    ForgetLibraryCounts();
 }
 
 } // namespace qv::platform
