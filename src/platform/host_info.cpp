@@ -2,8 +2,6 @@
 
 #include <sys/utsname.h>
 
-#include <cstdlib>
-
 #include "platform/error.h"
 
 namespace qv::platform
@@ -12,13 +10,15 @@ namespace qv::platform
 namespace
 {
 
-// Reads a number and the one character behind it; a missing part is 0.
+// A part that is missing, or no number, is 0, and so are those behind it.
 DWORD NextNumber(const char*& text)
 {
-    char* end = nullptr;
-    const unsigned long number = std::strtoul(text, &end, 10);
-    text = *end == '.' ? end + 1 : end;
-    return static_cast<DWORD>(number);
+    DWORD number = 0;
+    for (; *text >= '0' && *text <= '9'; ++text) {
+        number = number * 10 + static_cast<DWORD>(*text - '0');
+    }
+    text = *text == '.' ? text + 1 : "";
+    return number;
 }
 
 } // namespace
