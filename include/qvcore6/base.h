@@ -27,6 +27,13 @@
 #define QV_END_DECLS
 #endif
 
+/* All bits set: what stands for no handle. */
+#ifdef __cplusplus
+#define QV_NO_HANDLE_(type) (reinterpret_cast<type>(static_cast<intptr_t>(-1)))
+#else
+#define QV_NO_HANDLE_(type) ((type)(intptr_t)-1)
+#endif
+
 /* Result of an operation that can fail: negative is failure, zero and above is success. */
 typedef int32_t QVRESULT;
 

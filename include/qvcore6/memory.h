@@ -3,7 +3,9 @@
  *
  * Every function stands by itself: no state, no lock, no exception, callable from any thread.
  * Sizes are in bytes, as unsigned 32-bit counts. A block from QVMalloc, QVCalloc, QVRealloc or
- * QVRecalloc goes back through QVFree, and never to free() or QVComFree().
+ * QVRecalloc goes back through QVFree, and never to free() or QVComFree(). A pointer that is no
+ * live block is noticed, as far as told below, by the bytes before it: these must be there to be
+ * read.
  *
  *     void* block;
  *     if (QVMalloc(100, &block) < 0) {
@@ -37,21 +39,22 @@ QV_EXPORT QVRESULT QVCalloc(uint32_t count, uint32_t size, void** blockOut);
 /*
  * Resizes *block, which may move. The first bytes are kept, new ones are undefined. A null *block
  * allocates; size 0 frees a live block and stores null.
- * S_OK; E_OUTOFMEMORY, with *block and its bytes as they were.
+ * S_OK; E_OUTOFMEMORY, also for what is noticed to be no live block and a size above 0, with *block
+ * and its bytes as they were.
  */
 QV_EXPORT QVRESULT QVRealloc(void** block, uint32_t size);
 
 /*
  * Like QVRealloc with new bytes zeroed. A null *block gives a zeroed block, of no bytes for size 0.
- * S_OK; E_OUTOFMEMORY; E_POINTER if *block is no live block, or a block of no bytes, and size is
- * not 0. After a failure *block is as it was.
+ * S_OK; E_OUTOFMEMORY; E_POINTER if *block is noticed to be no live block, or a block of no bytes,
+ * and size is not 0. After a failure *block is as it was.
  */
 QV_EXPORT QVRESULT QVRecalloc(void** block, uint32_t size);
 
-/* Frees a block; null is allowed. S_OK. */
+/* Frees a block; null is allowed, and what is noticed to be no live block is left alone. S_OK. */
 QV_EXPORT QVRESULT QVFree(void* block);
 
-/* The block's size as it was asked for; 0 for what is no live block. */
+/* The block's size as it was asked for; 0 for null and for what is noticed to be no live block. */
 QV_EXPORT uint32_t QVMallocSize(const void* block);
 
 /* size rounded up to a multiple of 4; wraps to 0 above 0xFFFFFFFC. */

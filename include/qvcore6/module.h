@@ -30,7 +30,7 @@
 
 /* An open shared library; QV_LIBRARY_NONE (all bits set) stands for none. */
 typedef struct QVLibraryTag* QVLibrary;
-#define QV_LIBRARY_NONE ((QVLibrary)(intptr_t)-1)
+#define QV_LIBRARY_NONE QV_NO_HANDLE_(QVLibrary)
 
 QV_BEGIN_DECLS
 

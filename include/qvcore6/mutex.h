@@ -26,7 +26,7 @@
 
 /* A mutex; QV_MUTEX_NONE (all bits set) stands for none. */
 typedef struct QVMutexTag* QVMutex;
-#define QV_MUTEX_NONE ((QVMutex)(intptr_t)-1)
+#define QV_MUTEX_NONE QV_NO_HANDLE_(QVMutex)
 
 /* Creation flags. A bit that is not listed has no effect. */
 
@@ -47,7 +47,7 @@ QV_BEGIN_DECLS
  * Makes a mutex with no holder. A null name counts as the empty one; names have any length.
  * *handleOut is QV_MUTEX_NONE after a failure.
  * S_OK; E_OUTOFMEMORY; E_NOTIMPL for QV_MUTEX_CHECKED, and for QV_MUTEX_STATS without
- * QV_MUTEX_UNTRACKED; E_FAIL if the library could not start in this process.
+ * QV_MUTEX_UNTRACKED; E_FAIL if the library could not start in this process, or has stopped.
  */
 QV_EXPORT QVRESULT QVMutexCreate(const char* name, uint32_t flags, QVMutex* handleOut);
 

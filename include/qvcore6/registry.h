@@ -18,11 +18,10 @@
  *     }
  *
  * A value is written, read and deleted atomically; setting one first makes its key, in a change of
- * its own. What a call has written survives the end of
- * the process, however that comes; a crash of the system may undo the last change. Readers wait for
- * nobody, writers of all processes take turns. Any thread may call any function; an enumeration
- * handle is for one thread at a time. A forked child may call everything and go on with enumeration
- * handles that it inherited.
+ * its own. What a call has written survives the end of the process, however that comes; a crash of
+ * the system may undo the last change. Readers wait for nobody, writers of all processes take
+ * turns. Any thread may call any function; an enumeration handle is for one thread at a time. A
+ * forked child may call everything and go on with enumeration handles that it inherited.
  *
  * Codes that every function may give: E_ACCESSDENIED for what this user may not do, E_HANDLE for a
  * root that does not exist, E_OUTOFMEMORY, and E_FAIL for a full disk, a foreign or damaged store
@@ -55,7 +54,7 @@
 
 /* An enumeration; QV_REG_ENUM_NONE (all bits set) stands for none. */
 typedef struct QVRegEnumTag* QVRegEnum;
-#define QV_REG_ENUM_NONE ((QVRegEnum)(intptr_t)-1)
+#define QV_REG_ENUM_NONE QV_NO_HANDLE_(QVRegEnum)
 
 QV_BEGIN_DECLS
 

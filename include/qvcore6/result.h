@@ -18,8 +18,12 @@
 
 #include <qvcore6/base.h>
 
-/* The values that a failure code has as an unsigned number, for C's sake turned into QVRESULT. */
+/* The values that a failure code has as an unsigned number, turned into QVRESULT. */
+#ifdef __cplusplus
+#define QV_RESULT_(value) (static_cast<QVRESULT>(value))
+#else
 #define QV_RESULT_(value) ((QVRESULT)(value))
+#endif
 
 /* Success. */
 #define S_OK QV_RESULT_(0x00000000)
@@ -65,8 +69,8 @@
 QV_BEGIN_DECLS
 
 /*
- * The result code for an error number of the platform layer (0, 2, 3, 5, 6, 14, 32, 183 and 258
- * have codes of their own). Every other number is E_FAIL; none is widened into HRESULT form.
+ * The result code for an error number of the platform layer: 0, 2, 3, 5, 6, 14, 32, 183 and 258 are
+ * told apart from the rest, which is E_FAIL. None is widened into HRESULT form.
  * The numbers are those of the Win32 system error codes.
  * Callable at any time and from any thread.
  */
