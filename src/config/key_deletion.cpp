@@ -52,9 +52,6 @@ std::int32_t DeleteListed(const Level& level, platform::DWORD view)
 // of the top level alone; what fails below it shows there, as a key that still has sub-keys.
 std::int32_t DeleteSubkeys(NativeKey top, platform::DWORD view)
 {
-    if (s_isNT == 0) {
-        return E_FAIL;
-    }
     std::vector<Level> levels;
     levels.push_back({std::move(top)});
     for (;;) {
