@@ -55,11 +55,11 @@ public:
             const auto byte = static_cast<unsigned char>(bytes[i]);
             Utf8Step step = Utf8Read(&m_reader, byte);
             if (step == UTF8_AGAIN) {
-                ++m_broken;
+                CountBroken();
                 step = Utf8Read(&m_reader, byte);
             }
             if (step == UTF8_BROKEN) {
-                ++m_broken;
+                CountBroken();
             } else if (step == UTF8_POINT) {
                 Count(m_reader.point);
             }
@@ -91,6 +91,9 @@ private:
         ++m_points;
         m_zeros += point == 0 ? 1 : 0;
         m_beyondAscii += point > 0x7F ? 1 : 0;
+        if (point == 0xFEFF && m_points == 1) {
+            return; // a byte order mark, which nobody sees
+        }
         const bool isBlank = IsBlank(point);
         m_words += !isBlank && !m_inWord ? 1 : 0;
         m_inWord = !isBlank;
@@ -100,6 +103,15 @@ private:
         } else if (point != '\r') {
             m_longest = std::max(m_longest, ++m_column);
         }
+    }
+
+    // A place where something stands, though nobody knows what: a part of its line and its word.
+    void CountBroken()
+    {
+        ++m_broken;
+        m_words += m_inWord ? 0 : 1;
+        m_inWord = true;
+        m_longest = std::max(m_longest, ++m_column);
     }
 
     std::string Rows() const

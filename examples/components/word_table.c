@@ -273,7 +273,7 @@ static QVRESULT Report(ITextAnalyser* object, char** textOut)
     char* const text = block;
     Word first[SHOWN_WORDS];
     const uint32_t found = MostFrequent(table, first);
-    size_t used = (size_t)snprintf(text, room, "words\t%llu\ndifferent words\t%u\n",
+    size_t used = (size_t)snprintf(text, room, "words of letters\t%llu\ndifferent ones\t%u\n",
                                    (unsigned long long)table->total, table->distinct);
     if (table->notKept != 0) {
         used += (size_t)snprintf(text + used, room - used,

@@ -33,7 +33,12 @@ using Analyser = std::unique_ptr<ITextAnalyser, ReleaseInterface>;
 
 struct CloseFile
 {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const
+    {
+        if (file != stdin) {
+            std::fclose(file);
+        }
+    }
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
@@ -122,16 +127,30 @@ bool PrintReport(const std::string& file, Worker& worker)
     return false;
 }
 
-std::string WhyUnusable(QVRESULT result)
+std::string WhyUnusable(const GUID& clsid, QVRESULT result)
 {
-    switch (result) {
-    case REGDB_E_CLASSNOTREG:
-    case E_ACCESSDENIED:
-    case E_OUTOFMEMORY:
+    if (result == REGDB_E_CLASSNOTREG || result == E_OUTOFMEMORY) {
         return InWords(result);
-    default:
-        return "its library is missing, or is no component (" + InWords(result) + ")";
     }
+    const std::filesystem::path library = LibraryOf(clsid);
+    if (library.empty()) {
+        return InWords(result);
+    }
+    std::error_code error;
+    if (library.has_parent_path() && !std::filesystem::exists(library, error)) {
+        return "its library " + library.string() + " is missing";
+    }
+    if (result == E_ACCESSDENIED) {
+        return "its library " + library.string() + " may not be read";
+    }
+    return "its library " + library.string() + " is no component for this machine (" +
+           InWords(result) + ")";
+}
+
+// A file, or the standard input.
+File Open(const std::string& name)
+{
+    return File(name == "-" ? stdin : std::fopen(name.c_str(), "rb"));
 }
 
 } // namespace
@@ -141,14 +160,15 @@ bool Introduce(TextClass& textClass)
     const std::string name = Narrow(textClass.progId);
     const QVRESULT found = QVComClassIDFromProgID(textClass.progId.c_str(), &textClass.clsid);
     if (found < 0) {
-        PrintProblem("class " + name + " cannot be used: " + InWords(found));
+        PrintProblem("class " + name + " cannot be used: " +
+                     (found == E_FAIL ? "this is no name of a class" : InWords(found)));
         return false;
     }
     const auto begin = std::chrono::steady_clock::now();
     const QVRESULT result = LookUp(textClass);
     const double first = MicrosecondsSince(begin);
     if (result < 0) {
-        PrintProblem("class " + name + " cannot be used: " + WhyUnusable(result));
+        PrintProblem("class " + name + " cannot be used: " + WhyUnusable(textClass.clsid, result));
         return false;
     }
     const auto again = std::chrono::steady_clock::now();
@@ -171,7 +191,7 @@ bool Analyse(const std::string& file, const std::vector<TextClass>& classes)
         PrintProblem(file + ": this is a directory, not a file");
         return false;
     }
-    const File opened(std::fopen(file.c_str(), "rb"));
+    const File opened = Open(file);
     if (!opened) {
         PrintProblem(file + ": cannot be opened: " + std::strerror(errno));
         return false;

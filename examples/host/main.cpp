@@ -71,7 +71,13 @@ std::vector<TextClass> ReadyClasses(const Options& options, const fs::path& comp
         wanted.push_back({row.progId, row.clsid, row.byGuid});
     }
     for (const std::string& name : options.moreClasses) {
-        wanted.push_back({Widen(name), {}, false});
+        const std::u16string progId = Widen(name);
+        if (progId.empty()) {
+            PrintProblem("class " + name + " cannot be used: its name is not UTF-8");
+            good = false;
+            continue;
+        }
+        wanted.push_back({progId, {}, false});
     }
     std::vector<TextClass> ready;
     for (TextClass& textClass : wanted) {

@@ -36,7 +36,7 @@ Options ReadOptions(int count, char** arguments)
     bool onlyFiles = false;
     for (std::size_t i = 0; i < list.size() && options.error.empty(); ++i) {
         std::string value;
-        if (onlyFiles || list[i].empty() || list[i][0] != '-') {
+        if (onlyFiles || list[i].empty() || list[i][0] != '-' || list[i] == "-") {
             options.files.push_back(list[i]);
         } else if (list[i] == "--") {
             onlyFiles = true;
@@ -62,10 +62,10 @@ std::string HelpText()
 {
     return R"(Usage: host [OPTION]... FILE...
 
-Looks at each FILE with the classes of two components, a text counter written in
-C++ and a word table written in C, and prints what they find. The classes are
-registered in a store first, and then created by name or by GUID, as any program
-that uses the library would do it.
+Looks at each FILE, or at the standard input for "-", with the classes of two
+components, a text counter written in C++ and a word table written in C, and
+prints what they find. The classes are registered in a store first, and then
+created by name or by GUID, as any program that uses the library would do it.
 
   --state DIR        keep the store in DIR; without it in $QVCORE6_STATE_DIR, or
                      in the folder "state" beside this program

@@ -24,7 +24,21 @@ Problem SetDefaultValue(const std::u16string& key, const std::u16string& text)
     const auto size = static_cast<uint32_t>((text.size() + 1) * sizeof(QVWChar));
     const QVRESULT result = QVRegistrySetValue(QV_HKEY_CLASSES, key.c_str(), u"", QV_REGTYPE_STRING,
                                                text.c_str(), size);
-    return result >= 0 ? Problem() : "the store refused " + Narrow(key) + ": " + InWords(result);
+    switch (result) {
+    case S_OK:
+        return {};
+    case E_ACCESSDENIED:
+        return "there is no right to write the store (--state DIR names another place)";
+    case E_FAIL:
+        return "the store is damaged or another program's, or its disk is full";
+    default:
+        return "the store refused " + Narrow(key) + ": " + InWords(result);
+    }
+}
+
+std::u16string LibraryKey(const GUID& clsid)
+{
+    return u"CLSID\\" + Widen(GuidText(clsid)) + u"\\InprocServer32";
 }
 
 } // namespace
@@ -52,9 +66,20 @@ Problem RegisterClass(const GUID& clsid, const char16_t* progId,
     if (path.size() >= kPathUnits) {
         return "the path " + library.string() + " is longer than a registration can hold";
     }
-    const std::u16string guid = Widen(GuidText(clsid));
-    const Problem problem = SetDefaultValue(u"CLSID\\" + guid + u"\\InprocServer32", path);
-    return problem.empty() ? SetDefaultValue(std::u16string(progId) + u"\\CLSID", guid) : problem;
+    const Problem problem = SetDefaultValue(LibraryKey(clsid), path);
+    return problem.empty()
+               ? SetDefaultValue(std::u16string(progId) + u"\\CLSID", Widen(GuidText(clsid)))
+               : problem;
+}
+
+std::filesystem::path LibraryOf(const GUID& clsid)
+{
+    QVWChar path[kPathUnits] = {};
+    uint32_t type = 0;
+    uint32_t size = sizeof path - sizeof path[0]; // what is stored may lack its terminator
+    const QVRESULT result =
+        QVRegistryGetValue(QV_HKEY_CLASSES, LibraryKey(clsid).c_str(), u"", &type, path, &size);
+    return result >= 0 && type == QV_REGTYPE_STRING ? Narrow(path) : std::string();
 }
 
 std::string InWords(QVRESULT result)

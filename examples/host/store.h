@@ -19,6 +19,9 @@ Problem ChooseStore(const std::filesystem::path& folder);
 Problem RegisterClass(const GUID& clsid, const char16_t* progId,
                       const std::filesystem::path& library);
 
+// Where a registered class lives; empty if nobody can tell.
+std::filesystem::path LibraryOf(const GUID& clsid);
+
 // A result code in words.
 std::string InWords(QVRESULT result);
 

@@ -115,8 +115,8 @@ TEST_F(HostTest, WordsAreFoldedCutAndJoined)
                                                     std::string(100000, 'w') + " \xFFx\xFF"));
     EXPECT_EQ(outcome.status, 0);
     const std::string heading = "  Example.WordTable";
-    EXPECT_EQ(Value(outcome.text, heading, "words"), "8");
-    EXPECT_EQ(Value(outcome.text, heading, "different words"), "5");
+    EXPECT_EQ(Value(outcome.text, heading, "words of letters"), "8");
+    EXPECT_EQ(Value(outcome.text, heading, "different ones"), "5");
     EXPECT_EQ(Value(outcome.text, heading, "most frequent"), "don't  x3");
     EXPECT_NE(outcome.text.find(" äpfel  x2\n"), std::string::npos) << outcome.text;
     EXPECT_NE(outcome.text.find(" quoted  x1\n"), std::string::npos);
@@ -137,7 +137,7 @@ TEST_F(HostTest, SaysWhatIsWrongAndDoesTheRest)
         {folder + "/missing " + good, 1, "missing: cannot be opened: No such file", true},
         {folder + " " + good, 1, "this is a directory", true},
         {"--class No.Such " + good, 1, "class No.Such cannot be used: no such class", true},
-        {"--components " + folder + " " + good, 1, "its library is missing", false},
+        {"--components " + folder + " " + good, 1, "text_counter.so is missing", false},
         {"", 2, "no file to look at (try --help)", false},
         {"--nonsense " + good, 2, "unknown option --nonsense", false},
         {"--class", 2, "--class needs a value", false},
@@ -165,7 +165,7 @@ TEST_F(HostTest, OneMissingComponentLeavesTheOther)
     EXPECT_NE(outcome.text.find("class Example.TextCounter cannot be used: its library"),
               std::string::npos)
         << outcome.text;
-    EXPECT_EQ(Value(outcome.text, "  Example.WordTable", "words"), "2");
+    EXPECT_EQ(Value(outcome.text, "  Example.WordTable", "words of letters"), "2");
 }
 
 } // namespace
