@@ -28,7 +28,7 @@ public:
     void Insert(Node base, std::u16string_view path, std::uint64_t deletions, Node node);
 
 private:
-    static constexpr std::size_t kEntries = 8192;
+    static constexpr std::size_t kEntries = 1024;
     static constexpr std::size_t kMaxPath = 110;
 
     struct Entry
