@@ -1,4 +1,5 @@
 // Plain mutexes: free, nested, and contended by two pinned threads.
+#include "pin.h"
 #include "ratio.h"
 
 #include <benchmark/benchmark.h>
@@ -7,7 +8,6 @@
 #if QV_BENCH_HAS_GLIB
 #include <glib.h>
 #endif
-#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -79,14 +79,6 @@ template <class Lock> void Nested(benchmark::State& state)
     lock.Unlock();
 }
 
-void Pin(int processor)
-{
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(static_cast<std::size_t>(processor), &set);
-    pthread_setaffinity_np(pthread_self(), sizeof set, &set);
-}
-
 // Lines of their own, so that every lock moves as many of them between the processors.
 template <class Lock> struct Arena
 {
@@ -103,7 +95,7 @@ template <class Lock> void Contended(benchmark::State& state)
     for (auto _ : state) {
         Arena<Lock> arena;
         auto work = [&arena](int processor) {
-            Pin(processor);
+            const bench::Pinned pinned(processor);
             ++arena.ready;
             while (arena.ready.load() != 2) {
             }

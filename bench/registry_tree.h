@@ -25,11 +25,12 @@ struct Tree
     const char* top;
     int keys;
     int values;
+    bool onDisk;
 };
 
-inline constexpr Tree kSmall = {"Software", kKeys, 1};
-inline constexpr Tree kLarge = {"System", kKeys, kManyValues};
-inline constexpr Tree kOnDisk = {"Disk", kKeys, 1};
+inline constexpr Tree kSmall = {"Software", kKeys, 1, false};
+inline constexpr Tree kLarge = {"System", kKeys, kManyValues, false};
+inline constexpr Tree kOnDisk = {"Disk", kKeys, 1, true};
 
 std::u16string Wide(const std::string& text);
 std::string SubKeyName(int i);

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <new>
 
+#include "pin.h"
 #include "registry_tree.h"
 
 namespace bench
@@ -49,6 +50,7 @@ public:
 private:
     [[noreturn]] void Run(WriteFunction write)
     {
+        const Pinned pinned(0);
         const char data[kDataSize] = "another forty bytes for another value";
         for (int i = 0; write(MakePlace(kOnDisk.top, i % kOnDisk.keys, 0), data, sizeof data);
              ++i) {
