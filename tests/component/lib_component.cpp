@@ -2,7 +2,6 @@
 #include <qvcore6/result.h>
 
 #include <atomic>
-#include <new>
 
 #include "component/test_classes.h"
 
@@ -17,35 +16,23 @@ struct OwnFailure
     virtual ~OwnFailure() = default;
 };
 
-void LookUp(Kind kind)
+bool IsKnown(const GUID* iid)
 {
-    const GUID clsid = ClassOf(kind);
-    void* object = nullptr;
-    if (QVComGetClassObject(&clsid, &QV_IID_UNKNOWN, &object) >= 0) {
-        static_cast<IQVUnknown*>(object)->Release();
-    } else {
-        TestJournal("refused", static_cast<int>(kind));
-    }
+    return QVComIsEqualGUID(iid, &QV_IID_UNKNOWN) || QVComIsEqualGUID(iid, &QV_IID_CLASS_FACTORY);
 }
 
 class ClassObject final : public IQVClassFactory
 {
 public:
-    explicit ClassObject(Kind kind) : m_kind(kind) { Tell("make"); }
-    ~ClassObject() { Tell("end"); }
+    explicit ClassObject(Kind kind) : m_kind(kind) { TestJournal("make", kind); }
+    ~ClassObject() { TestJournal("end", m_kind); }
 
     QVRESULT QueryInterface(const GUID* iid, void** objectOut) override
     {
         *objectOut = nullptr;
-        Tell("query");
-        if (m_kind == Kind::QueryThrows) {
-            throw OwnFailure();
-        }
-        if (m_kind == Kind::Flushes) {
-            QVComFlushFactoryCache();
-        }
-        if (!QVComIsEqualGUID(iid, &QV_IID_UNKNOWN) &&
-            !QVComIsEqualGUID(iid, &QV_IID_CLASS_FACTORY)) {
+        TestJournal("query", m_kind);
+        TestHook("query", m_kind);
+        if (!IsKnown(iid)) {
             return kNoInterface;
         }
         AddRef();
@@ -57,11 +44,7 @@ public:
 
     uint32_t Release() override
     {
-        if (m_kind == Kind::ReleaseAsks && !m_inRelease) {
-            m_inRelease = true;
-            LookUp(Kind::Plain);
-            m_inRelease = false;
-        }
+        TestHook("release", m_kind);
         const uint32_t left = --m_references;
         if (left == 0) {
             delete this;
@@ -71,58 +54,23 @@ public:
 
     QVRESULT CreateInstance(IQVUnknown* outer, const GUID* iid, void** objectOut) override
     {
-        if (m_kind == Kind::CreateThrows) {
-            throw OwnFailure();
-        }
-        if (m_kind == Kind::CreateFails) {
-            return kForeignFailure;
-        }
-        Tell(outer != nullptr ? "create inside" : "create");
+        TestJournal(outer != nullptr ? "create inside" : "create", m_kind);
         return QueryInterface(iid, objectOut); // any object will do
     }
 
 private:
-    void Tell(const char* event) { TestJournal(event, static_cast<int>(m_kind)); }
-
     Kind m_kind;
-    bool m_inRelease = false;
     std::atomic<uint32_t> m_references{1};
 };
 
 [[gnu::constructor]] void OnLoad()
 {
-    TestJournal("load", -1);
+    TestJournal("load", Kind::None);
 }
 
 [[gnu::destructor]] void OnUnload()
 {
-    TestJournal("unload", -1);
-}
-
-bool g_askedForItself = false;
-
-void BeforeClassObject(Kind kind)
-{
-    switch (kind) {
-    case Kind::Throws:
-        throw OwnFailure();
-    case Kind::ThrowsBadAlloc:
-        throw std::bad_alloc();
-    case Kind::AsksForPlain:
-        LookUp(Kind::Plain);
-        break;
-    case Kind::AsksForItself:
-        if (!g_askedForItself) {
-            g_askedForItself = true;
-            LookUp(Kind::AsksForItself);
-        }
-        break;
-    case Kind::Waits:
-        TestWait();
-        break;
-    default:
-        break;
-    }
+    TestJournal("unload", Kind::None);
 }
 
 } // namespace
@@ -132,18 +80,16 @@ extern "C" QV_EXPORT QVRESULT DllGetClassObject(const GUID* clsid, const GUID* i
 {
     const Kind kind = static_cast<Kind>(clsid->Data4[7]);
     *objectOut = nullptr;
-    BeforeClassObject(kind);
-    if (kind == Kind::Fails) {
-        return kForeignFailure;
+    TestHook("get", kind);
+    if (kind == Kind::Throws) {
+        throw OwnFailure();
     }
-    if (kind == Kind::Null) {
-        return S_OK;
+    if (kind == Kind::Fails || kind == Kind::Null) {
+        return kind == Kind::Null ? S_OK : kForeignFailure;
     }
-    auto* const made = new ClassObject(kind);
-    if (!QVComIsEqualGUID(iid, &QV_IID_UNKNOWN) && !QVComIsEqualGUID(iid, &QV_IID_CLASS_FACTORY)) {
-        made->Release();
+    if (!IsKnown(iid)) {
         return kNoInterface;
     }
-    *objectOut = made;
+    *objectOut = new ClassObject(kind);
     return S_OK;
 }

@@ -1,15 +1,17 @@
 // Links a component, whose entry point must not pass for one of its own.
-#include <qvcore6/base.h>
+#include "component/test_classes.h"
 
 extern "C"
 {
-    QV_EXPORT extern const int TestNumber;
-    QV_EXPORT int TestAnswer();
+    QV_EXPORT int TestNumber = 42;
 }
 
-const int TestNumber = 42;
-
-int TestAnswer()
+[[gnu::constructor]] static void OnLoad()
 {
-    return TestNumber;
+    TestHook("load", qv::test::Kind::None);
+}
+
+[[gnu::destructor]] static void OnUnload()
+{
+    TestHook("unload", qv::test::Kind::None);
 }

@@ -8,19 +8,12 @@ namespace qv::test
 
 enum class Kind : uint8_t
 {
-    Plain,          // does everything right
-    Fails,          // DllGetClassObject answers kForeignFailure
-    Throws,         // DllGetClassObject throws a type of its own
-    ThrowsBadAlloc, // DllGetClassObject throws std::bad_alloc
-    Null,           // DllGetClassObject succeeds without an interface
-    AsksForPlain,   // DllGetClassObject looks up Plain
-    AsksForItself,  // DllGetClassObject looks up its own class, once
-    Flushes,        // QueryInterface flushes the cache
-    ReleaseAsks,    // Release looks up Plain
-    QueryThrows,    // QueryInterface throws a type of its own
-    CreateFails,    // CreateInstance answers kForeignFailure
-    CreateThrows,   // CreateInstance throws a type of its own
-    Waits,          // DllGetClassObject waits until TestMayGoOn says so
+    Plain,  // does everything right
+    Other,  // so does this one
+    Fails,  // DllGetClassObject answers kForeignFailure
+    Throws, // DllGetClassObject throws a type of its own
+    Null,   // DllGetClassObject succeeds without an interface
+    None,   // no class: the routines of a library
 };
 
 inline constexpr QVRESULT kForeignFailure = static_cast<QVRESULT>(0x80041234);
@@ -33,11 +26,11 @@ inline GUID ClassOf(Kind kind)
 
 } // namespace qv::test
 
-// The test program defines these, and the component calls them.
+// The test program defines these, and the components call them.
 extern "C"
 {
-    // One thing that happened: "load", "unload", "get 3", "addref 3", "release 3", ...
-    void TestJournal(const char* event, int kind);
-    // Called by Kind::Waits inside DllGetClassObject.
-    void TestWait();
+    // One thing that happened: "load", "unload", "make", "end", "query", ...
+    void TestJournal(const char* event, qv::test::Kind kind);
+    // A place where the test may do something: "load", "unload", "get", "query", "release".
+    void TestHook(const char* place, qv::test::Kind kind);
 }

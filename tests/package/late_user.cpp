@@ -28,8 +28,6 @@ __attribute__((destructor)) void Leave()
 // True if the constructor got its mutex, and the mutex is still held by the loading thread.
 extern "C" QV_EXPORT int LateUserIsUp()
 {
-    if (g_mutex == QV_MUTEX_NONE || QVMutexTryAcquire(g_mutex) < 0) {
-        return 0;
-    }
-    return QVMutexRelease(g_mutex) == S_OK;
+    return g_mutex != QV_MUTEX_NONE && QVMutexTryAcquire(g_mutex) >= 0 &&
+           QVMutexRelease(g_mutex) == S_OK;
 }

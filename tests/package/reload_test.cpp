@@ -4,14 +4,16 @@
 #include <qvcore6/mutex.h>
 #include <qvcore6/result.h>
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <barrier>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -35,82 +37,65 @@ int MapLines(const std::string& file = "")
     return count;
 }
 
-int OpenDescriptors()
+auto OpenDescriptors()
 {
-    DIR* folder = opendir("/proc/self/fd");
-    int count = 0;
-    while (readdir(folder) != nullptr) {
-        ++count;
-    }
-    closedir(folder);
-    return count;
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-class Library
+struct Unload
 {
-public:
-    explicit Library(const char* path) : m_handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {}
-    ~Library()
-    {
-        if (m_handle != nullptr) {
-            dlclose(m_handle);
-        }
-    }
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-
-    explicit operator bool() const { return m_handle != nullptr; }
-    template <class Function> Function* Get(const char* name) const
-    {
-        return reinterpret_cast<Function*>(dlsym(m_handle, name));
-    }
-
-private:
-    void* m_handle;
+    void operator()(void* handle) const { dlclose(handle); }
 };
+using Library = std::unique_ptr<void, Unload>;
+
+Library Load(const char* path)
+{
+    return Library(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+}
+
+// A null function ends the test program, as it should.
+template <class Function> Function* Get(const Library& library, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(library.get(), name));
+}
 
 // One life of a mutex by the library's exports; false if anything is not as it should be.
 bool UseMutex(const Library& library)
 {
-    auto* create = library.Get<decltype(QVMutexCreate)>("QVMutexCreate");
-    auto* acquire = library.Get<decltype(QVMutexAcquire)>("QVMutexAcquire");
-    auto* release = library.Get<decltype(QVMutexRelease)>("QVMutexRelease");
-    auto* destroy = library.Get<decltype(QVMutexDestroy)>("QVMutexDestroy");
-    if (create == nullptr || acquire == nullptr || release == nullptr || destroy == nullptr) {
-        return false;
-    }
     QVMutex mutex = QV_MUTEX_NONE;
+    const auto call = [&](const char* name) {
+        return Get<decltype(QVMutexAcquire)>(library, name)(mutex) == S_OK;
+    };
+    const auto create = Get<decltype(QVMutexCreate)>(library, "QVMutexCreate");
     return create("reload", QV_MUTEX_SPIN, &mutex) == S_OK && mutex != QV_MUTEX_NONE &&
-           acquire(mutex) == S_OK && release(mutex) == S_OK && destroy(mutex) == S_OK;
+           call("QVMutexAcquire") && call("QVMutexRelease") && call("QVMutexDestroy");
 }
 
 TEST(Reload, ThousandTimesLeavesNothingBehind)
 {
-    struct Count
-    {
-        int maps;
-        int descriptors;
-        std::size_t heap;
-    };
-    Count before{};
+    int maps = 0;
+    std::ptrdiff_t descriptors = 0;
+    std::size_t heap = 0;
     // What the dependencies keep after their first load is not growth.
     constexpr int kWarmUp = 20;
     constexpr int kRounds = 1000;
     for (int round = 0; round < kWarmUp + kRounds; ++round) {
         if (round == kWarmUp) {
-            before = {MapLines(), OpenDescriptors(), mallinfo2().uordblks};
+            maps = MapLines();
+            descriptors = OpenDescriptors();
+            heap = mallinfo2().uordblks;
         }
         {
-            const Library library(QV_LIBRARY);
+            const Library library = Load(QV_LIBRARY);
             ASSERT_TRUE(library) << "round " << round << ": " << dlerror();
             ASSERT_TRUE(UseMutex(library)) << "round " << round;
         }
         ASSERT_EQ(MapLines("libqvcore6.so"), 0) << "still mapped after round " << round;
     }
-    EXPECT_EQ(OpenDescriptors(), before.descriptors);
+    EXPECT_EQ(OpenDescriptors(), descriptors);
     if (kCountsMemory) { // the sanitizers map memory of their own for each library
-        EXPECT_LE(MapLines(), before.maps + 4);
-        EXPECT_LE(mallinfo2().uordblks, before.heap + 4096);
+        EXPECT_LE(MapLines(), maps + 4);
+        EXPECT_LE(mallinfo2().uordblks, heap + 4096);
     }
 }
 
@@ -118,38 +103,32 @@ TEST(Reload, ThousandTimesLeavesNothingBehind)
 TEST(Reload, UnloadsUnderThreadThatUsedIt)
 {
     constexpr int kRounds = 20;
-    const Library* current = nullptr;
+    Library library;
     bool used = false;
     std::barrier<> turn(2);
-    std::thread user([&] {
+    const std::jthread user([&] {
         for (int round = 0; round < kRounds; ++round) {
             turn.arrive_and_wait(); // loaded
-            used = UseMutex(*current);
+            used = UseMutex(library);
             turn.arrive_and_wait(); // done
         }
     });
     for (int round = 0; round < kRounds; ++round) {
-        {
-            const Library library(QV_LIBRARY);
-            EXPECT_TRUE(library);
-            current = &library;
-            turn.arrive_and_wait();
-            turn.arrive_and_wait();
-            EXPECT_TRUE(used) << "round " << round;
-        }
+        library = Load(QV_LIBRARY);
+        turn.arrive_and_wait();
+        turn.arrive_and_wait();
+        EXPECT_TRUE(used) << "round " << round;
+        library.reset();
         EXPECT_EQ(MapLines("libqvcore6.so"), 0) << "round " << round;
     }
-    user.join();
 }
 
 TEST(Reload, ServesConstructorsAndDestructorsOfLaterLibraries)
 {
     {
-        const Library user(QV_LATE_USER);
+        const Library user = Load(QV_LATE_USER);
         ASSERT_TRUE(user) << dlerror();
-        auto* isUp = user.Get<int()>("LateUserIsUp");
-        ASSERT_NE(isUp, nullptr);
-        EXPECT_NE(isUp(), 0);
+        EXPECT_NE(Get<int()>(user, "LateUserIsUp")(), 0);
     }
     EXPECT_EQ(MapLines("libqvcore6.so"), 0);
 }
@@ -159,13 +138,11 @@ TEST(Reload, ServesDestructorsAtTheEndOfTheProcess)
 {
     const pid_t child = fork();
     if (child == 0) {
-        void* user = dlopen(QV_LATE_USER, RTLD_NOW | RTLD_LOCAL);
-        std::exit(user != nullptr ? 7 : 8);
+        std::exit(dlopen(QV_LATE_USER, RTLD_NOW | RTLD_LOCAL) != nullptr ? 7 : 8);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-    EXPECT_EQ(WEXITSTATUS(status), 7);
+    EXPECT_EQ(status, W_EXITCODE(7, 0));
 }
 
 } // namespace
