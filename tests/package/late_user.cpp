@@ -18,7 +18,8 @@ __attribute__((constructor)) void Arrive()
 
 __attribute__((destructor)) void Leave()
 {
-    if (QVMutexRelease(g_mutex) < 0 || QVMutexDestroy(g_mutex) < 0) {
+    if (QVMutexRelease(g_mutex) < 0 || QVMutexDestroy(g_mutex) < 0 ||
+        QVMutexCreate("later still", 0, &g_mutex) < 0 || QVMutexDestroy(g_mutex) < 0) {
         std::abort();
     }
 }
