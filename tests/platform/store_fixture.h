@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "config/fresh_state.h"
@@ -14,6 +13,8 @@
 
 namespace qv::test
 {
+
+using namespace qv::platform;
 
 // Runs it in a child and gives what it returns, or -1 with the signal that ended it.
 inline int InChild(const std::function<int()>& run)
@@ -29,68 +30,61 @@ inline int InChild(const std::function<int()>& run)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// A key, closed at the end of the scope.
-class Key
+// A key, made if it is not there and closed at the end of the scope.
+struct Key
 {
-public:
-    Key() = default;
-    ~Key() { platform::RegCloseKey(m_key); }
+    explicit Key(const std::u16string& path, DWORD access = KEY_ALL_ACCESS,
+                 std::uint32_t root = HKEY_CURRENT_USER)
+    {
+        error = RegCreateKeyExW(PredefinedKey(root), path.c_str(), 0, nullptr, 0, access, nullptr,
+                                &handle, nullptr);
+    }
+    ~Key() { RegCloseKey(handle); }
     Key(const Key&) = delete;
     Key& operator=(const Key&) = delete;
 
-    platform::LONG Open(std::uint32_t root, const char16_t* path,
-                        platform::DWORD access = platform::KEY_ALL_ACCESS)
-    {
-        return platform::RegOpenKeyExW(platform::PredefinedKey(root), path, 0, access, &m_key);
-    }
-    platform::LONG Create(std::uint32_t root, const char16_t* path,
-                          platform::DWORD access = platform::KEY_ALL_ACCESS)
-    {
-        return platform::RegCreateKeyExW(platform::PredefinedKey(root), path, 0, nullptr, 0, access,
-                                         nullptr, &m_key, nullptr);
-    }
-    platform::HKEY Get() const { return m_key; }
-
-private:
-    platform::HKEY m_key = nullptr;
+    HKEY handle = nullptr;
+    LONG error;
 };
 
-inline constexpr std::uint32_t kUserRoot = platform::HKEY_CURRENT_USER;
-inline constexpr std::uint32_t kMachineRoot = platform::HKEY_LOCAL_MACHINE;
-
-// Sets a number below a root; the error number.
-inline platform::LONG SetNumber(const char16_t* path, std::uint32_t number,
-                                std::uint32_t root = kUserRoot)
+// The error number.
+inline LONG SetNumber(const std::u16string& path, std::uint32_t number,
+                      std::uint32_t root = HKEY_CURRENT_USER)
 {
-    Key key;
-    const platform::LONG error = key.Create(root, path);
-    return error != 0 ? error
-                      : platform::RegSetValueExW(key.Get(), u"v", 0, platform::REG_DWORD, &number,
-                                                 sizeof number);
+    const Key key(path, KEY_SET_VALUE, root);
+    return key.error != 0 ? key.error
+                          : RegSetValueExW(key.handle, u"v", 0, REG_DWORD, &number, sizeof number);
 }
 
-inline platform::LONG GetNumber(const char16_t* path, std::uint32_t* number,
-                                std::uint32_t root = kUserRoot)
+// The number, or the negative error number.
+inline std::int64_t GetNumber(const std::u16string& path, std::uint32_t root = HKEY_CURRENT_USER)
 {
-    Key key;
-    platform::DWORD size = sizeof *number;
-    const platform::LONG error = key.Open(root, path, platform::KEY_READ);
-    return error != 0
-               ? error
-               : platform::RegQueryValueExW(key.Get(), u"v", nullptr, nullptr, number, &size);
+    std::uint32_t number = 0;
+    DWORD size = sizeof number;
+    HKEY key = nullptr;
+    LONG error = RegOpenKeyExW(PredefinedKey(root), path.c_str(), 0, KEY_READ, &key);
+    if (error == 0) {
+        error = RegQueryValueExW(key, u"v", nullptr, nullptr, &number, &size);
+        RegCloseKey(key);
+    }
+    return error == 0 ? std::int64_t{number} : -error;
+}
+
+inline LONG Delete(const std::u16string& path, std::uint32_t root = HKEY_CURRENT_USER)
+{
+    return RegDeleteKeyExW(PredefinedKey(root), path.c_str(), 0, 0);
 }
 
 class StoreTest : public testing::Test
 {
 protected:
-    StoreTest() : m_state(std::make_unique<FreshState>()) {}
-    ~StoreTest() override { platform::CloseRegistryStores(); }
+    ~StoreTest() override { CloseRegistryStores(); }
 
-    const std::string& Folder() const { return m_state->Path(); }
+    const std::string& Folder() const { return m_state.Path(); }
     std::string DataFile() const { return Folder() + "/user/data.mdb"; }
 
 private:
-    std::unique_ptr<FreshState> m_state;
+    const FreshState m_state;
 };
 
 } // namespace qv::test
