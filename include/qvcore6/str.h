@@ -176,6 +176,11 @@ QV_EXPORT QVWChar* QVStrToUpperUTF16(QVWChar* s);
 
 /* --- Characters --- */
 
+/*
+ * Above 0x7F the C library decides. An A byte goes to it as a signed char, as most callers pass
+ * one: byte 0xFF is then its EOF, which has no other case and is in no class. In a text it is a
+ * letter like any other, if the charset says so.
+ */
 QV_EXPORT char QVToLowerA(char character);
 QV_EXPORT QVWChar QVToLowerW(QVWChar character);
 QV_EXPORT char QVToUpperA(char character);

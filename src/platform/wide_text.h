@@ -41,7 +41,8 @@ extern "C"
     WCHAR* _i64tow(std::int64_t value, WCHAR* buffer, int radix);
 }
 
-// Narrow bytes go by their unsigned value; see the comment in the source.
+// One byte, sign-extended for the C library: 0xFF is its EOF, in no class and without another case.
+// The bytes of a text (above) all count.
 char tolower(char byte);
 char toupper(char byte);
 bool isalpha(char byte);

@@ -19,12 +19,22 @@ constexpr bool IsSurrogate(WCHAR unit)
     return (unit & 0xF800) == 0xD800;
 }
 
-// The C library takes EOF and bytes by their unsigned value. It also takes -128 to -2 for 0x80 to
-// 0xFE, so a sign-extended byte means the same to it, but for -1: that is EOF, and would make byte
-// 0xFF (a letter in many 8-bit charsets) no character at all.
-constexpr int Character(char byte)
+// In a text a byte counts by its unsigned value.
+constexpr int Value(char byte)
 {
     return static_cast<unsigned char>(byte);
+}
+
+constexpr int Value(WCHAR unit)
+{
+    return unit;
+}
+
+// A byte that comes alone is sign-extended. The C library here knows -128 to -2 as 0x80 to 0xFE;
+// -1 is EOF to it, so byte 0xFF is in no class and has no other case, whatever the charset.
+constexpr int Character(char byte)
+{
+    return static_cast<signed char>(byte);
 }
 
 // A mapping out of the 16 bits of a unit cannot be stored.
@@ -40,16 +50,16 @@ template <class Mapping> WCHAR Map(WCHAR unit, Mapping mapping)
 // The case of ASCII letters does not depend on the locale, so that names compare alike everywhere.
 char Lower(char byte)
 {
-    if (Character(byte) > 0x7F) {
-        return tolower(byte);
+    if (Value(byte) > 0x7F) {
+        return static_cast<char>(std::tolower(Value(byte)));
     }
     return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
 }
 
 char Upper(char byte)
 {
-    if (Character(byte) > 0x7F) {
-        return toupper(byte);
+    if (Value(byte) > 0x7F) {
+        return static_cast<char>(std::toupper(Value(byte)));
     }
     return byte >= 'a' && byte <= 'z' ? static_cast<char>(byte - ('a' - 'A')) : byte;
 }
@@ -62,16 +72,6 @@ WCHAR Lower(WCHAR unit)
 WCHAR Upper(WCHAR unit)
 {
     return IsAscii(unit) ? static_cast<WCHAR>(Upper(static_cast<char>(unit))) : towupper(unit);
-}
-
-int Value(char byte)
-{
-    return Character(byte);
-}
-
-int Value(WCHAR unit)
-{
-    return unit;
 }
 
 template <class Unit> int Compare(const Unit* first, const Unit* second, std::size_t count)

@@ -1,5 +1,5 @@
-// What the process's locale decides. Three locales: one that knows ASCII alone, UTF-8, and one with
-// a byte for each character.
+// What the process's locale decides. Locales: one that knows ASCII alone, UTF-8, and two with a
+// byte for each character.
 #include <gtest/gtest.h>
 #include <qvcore6/str.h>
 
@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr const char* kLatin1 = "de_DE.ISO-8859-1";
+constexpr const char* kKoi8 = "ru_RU.KOI8-R";
 constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
 
 class StrLocale : public testing::Test
@@ -39,8 +40,8 @@ TEST_F(StrLocale, BytesAndUnits)
         {"C.UTF-8", '\xC4', '\xC4', '\xC4', false, false, 0xC4, 0xE4, 0xC4, true, false},
         {kLatin1, '\xC4', '\xE4', '\xC4', true, false, 0xC4, 0xE4, 0xC4, true, false},
         {kLatin1, '\xFE', '\xFE', '\xDE', true, false, 0x3C9, 0x3C9, 0x3A9, true, false},
-        // EOF to the C library, if it were sign-extended.
-        {kLatin1, '\xFF', '\xFF', '\xFF', true, false, 0xFF, 0xFF, 0x178, true, false},
+        // A letter with two cases in the charset, but as a char EOF to the C library.
+        {kKoi8, '\xFF', '\xFF', '\xFF', false, false, 0xFF, 0xFF, 0x178, true, false},
         {"C.UTF-8", '\xA0', '\xA0', '\xA0', false, false, 0x3000, 0x3000, 0x3000, false, true},
     };
     for (const auto& row : rows) {
@@ -63,6 +64,8 @@ TEST_F(StrLocale, CaseOfTexts)
         {"C", "Ab\xC4Z", "ab\xC4z", "AB\xC4Z"},
         {"C.UTF-8", "Ab\xC3\x84Z", "ab\xC3\x84z", "AB\xC3\x84Z"},
         {kLatin1, "Ab\xC4\xFFZz", "ab\xE4\xFFzz", "AB\xC4\xFFZZ"},
+        {kKoi8, "a\xFF", "a\xDF", "A\xFF"},
+        {kKoi8, "A\xDF", "a\xDF", "A\xFF"},
     };
     for (const auto& [locale, text, lower, upper] : rows) {
         Use(locale.c_str());
@@ -73,6 +76,7 @@ TEST_F(StrLocale, CaseOfTexts)
     }
     std::u16string text = u"A\xC4\x3A9\xD801\xDC00Z";
     EXPECT_EQ(std::u16string(u"a\xE4\x3C9\xD801\xDC00z"), QVStrToLowerW(text.data()));
+    Use(kLatin1);
     EXPECT_EQ(0, QVStrNICmpA("x\xC4y1", "X\xE4Y2", 3));
     EXPECT_EQ('a' - 0xE4, QVStrICmpA("xA", "X\xC4")) << "from a high byte on, lower case counts";
     EXPECT_LT(0, QVStrICmpA("a\xC4z", "A\xE4_")) << "and so does the underscore";
