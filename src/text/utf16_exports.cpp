@@ -6,6 +6,7 @@
 #include <unicode/ustring.h>
 
 #include "text/ascii.h"
+#include "text/wide_search.h"
 #include "text/wide_units.h"
 
 using namespace qv::core;
@@ -104,7 +105,7 @@ QVWChar* QVStrRChrUTF16(const QVWChar* s, uint32_t codePoint)
 
 QVWChar* QVStrStrUTF16(const QVWChar* s, const QVWChar* sub)
 {
-    return u_strstr(s, sub);
+    return const_cast<QVWChar*>(FindText(s, sub, Pairs::StayWhole));
 }
 
 QVWChar* QVStrToLowerUTF16(QVWChar* s)
@@ -127,7 +128,7 @@ uint32_t QVNextCharUTF16(const QVWChar** cursor, int32_t limit)
         return 0;
     }
     const QVWChar* const at = *cursor;
-    if ((at[0] & 0xFC00) != 0xD800 || limit == 1 || (at[1] & 0xFC00) != 0xDC00) {
+    if (!IsLead(at[0]) || limit == 1 || !IsTrail(at[1])) {
         *cursor = at + 1;
         return at[0];
     }

@@ -1,10 +1,9 @@
 #include <qvcore6/str.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "platform/wide_text.h"
-#include "text/ascii_kernels.h"
+#include "text/wide_search.h"
 #include "text/wide_units.h"
 
 using namespace qv::core;
@@ -96,14 +95,5 @@ QVWChar* QVStrRChrW(const QVWChar* s, QVWChar character)
 
 QVWChar* QVStrStrW(const QVWChar* s, const QVWChar* sub)
 {
-    if (*sub == 0) {
-        return const_cast<QVWChar*>(s);
-    }
-    const std::size_t rest = WideLength(sub + 1);
-    for (const QVWChar* at = s; (at = FindUnit(at, *sub)) != nullptr; ++at) {
-        if (StartsWith(at + 1, sub + 1, rest)) {
-            return const_cast<QVWChar*>(at);
-        }
-    }
-    return nullptr;
+    return const_cast<QVWChar*>(FindText(s, sub, Pairs::MaySplit));
 }

@@ -1,4 +1,4 @@
-// Plain loops over 16-bit units that several members share.
+// What several members do with 16-bit units.
 #pragma once
 
 #include <qvcore6/base.h>
@@ -9,6 +9,16 @@
 
 namespace qv::core
 {
+
+constexpr bool IsLead(QVWChar unit)
+{
+    return (unit & 0xFC00) == 0xD800;
+}
+
+constexpr bool IsTrail(QVWChar unit)
+{
+    return (unit & 0xFC00) == 0xDC00;
+}
 
 inline std::size_t WideLength(const QVWChar* text)
 {
@@ -34,17 +44,6 @@ inline int32_t UnitDifference(const QVWChar* first, const QVWChar* second)
         ++second;
     }
     return *first - *second;
-}
-
-// Whether a terminated text starts with the count units, none of which is zero.
-inline bool StartsWith(const QVWChar* text, const QVWChar* units, std::size_t count)
-{
-    for (std::size_t i = 0; i < count; ++i) {
-        if (text[i] != units[i]) {
-            return false;
-        }
-    }
-    return true;
 }
 
 } // namespace qv::core

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <qvcore6/str.h>
 
+#include <random>
 #include <string>
 
 namespace
@@ -106,6 +107,48 @@ TEST(StrCompare, FindsCharactersAndTexts)
     EXPECT_EQ(-1, Offset(wide, QVStrChrUTF16(wide, 0x110000)));
     EXPECT_EQ(4, Offset(wide, QVStrStrW(wide, u"\xDE00 b")));
     EXPECT_EQ(-1, Offset(wide, QVStrStrUTF16(wide, u"\xDE00 b")));
+}
+
+bool IsPair(const QVWChar* at)
+{
+    return at[0] == 0xD83D && at[1] == 0xDE00;
+}
+
+// Against searches too dull to be wrong. Few different units, and often a period, make places that
+// look right for long.
+TEST(StrCompare, FindsTextsInTextsLikeThem)
+{
+    std::minstd_rand random{7};
+    for (const std::u16string units : {u"ab", u"abc", u"a\xD83D\xDE00"}) {
+        for (int round = 0; round < 20000; ++round) {
+            const std::size_t period = 1 + random() % 300;
+            std::u16string text(random() % 700, u'\0');
+            for (std::size_t at = 0; at < text.size(); ++at) {
+                text[at] = at < period || random() % 100 == 0 ? units[random() % units.size()]
+                                                              : text[at - period];
+            }
+            std::u16string wanted = text.substr(random() % (text.size() + 1), random() % 300);
+            if (!wanted.empty() && random() % 2 == 0) {
+                wanted[random() % wanted.size()] = units[random() % units.size()];
+            }
+            const QVWChar* const start = text.c_str();
+            std::size_t found = text.find(wanted);
+            ASSERT_EQ(found,
+                      static_cast<std::size_t>(Offset(start, QVStrStrW(start, wanted.c_str()))));
+            while (found != text.npos && !wanted.empty() &&
+                   ((found != 0 && IsPair(start + found - 1)) ||
+                    IsPair(start + found + wanted.size() - 1))) {
+                found = text.find(wanted, found + 1);
+            }
+            ASSERT_EQ(found, static_cast<std::size_t>(
+                                 Offset(start, QVStrStrUTF16(start, wanted.c_str()))));
+        }
+    }
+    // Unit by unit at each place, each of these would take longer than the test may.
+    const std::u16string same(std::size_t{1} << 20, u'a');
+    const std::u16string text = same + same + u"b";
+    EXPECT_EQ(same.size(), QVStrStrW(text.c_str(), (same + u"b").c_str()) - text.c_str());
+    EXPECT_EQ(nullptr, QVStrStrUTF16(text.c_str(), (same + u"c").c_str()));
 }
 
 } // namespace
