@@ -8,15 +8,13 @@
 
 #include <immintrin.h>
 
-#define QV_AVX2 __attribute__((target("avx2")))
-
 namespace qv::core
 {
 
 struct Avx2Kernels
 {
-    QV_READS_WHOLE_BLOCKS QV_AVX2 static std::size_t SameFolded(const char* first,
-                                                                const char* second, std::size_t max)
+    [[gnu::target("avx2"), gnu::no_sanitize_address, gnu::no_sanitize_thread]] static std::size_t
+    SameFolded(const char* first, const char* second, std::size_t max)
     {
         using namespace sse2;
         if (Smaller(BytesInPages(first, second), max) < kBlock) [[unlikely]] {
@@ -65,7 +63,8 @@ private:
     }
 
     // As for 16 bytes.
-    [[gnu::always_inline]] QV_READS_WHOLE_BLOCKS QV_AVX2 static std::uint32_t
+    [[gnu::always_inline, gnu::target("avx2"), gnu::no_sanitize_address,
+      gnu::no_sanitize_thread]] static std::uint32_t
     DifferenceMask(const char* first, const char* second)
     {
         const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(first));

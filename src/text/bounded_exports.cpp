@@ -2,7 +2,6 @@
 #include <qvcore6/str.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "text/wide_units.h"
 

@@ -1,6 +1,5 @@
 #include <qvcore6/str.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstring>
@@ -43,7 +42,7 @@ int32_t CompareUsual(const char* first, const char* second, std::size_t max)
 }
 
 #if defined(__SSE2__)
-QV_AVX2 int32_t CompareAvx2(const char* first, const char* second, std::size_t max)
+[[gnu::target("avx2")]] int32_t CompareAvx2(const char* first, const char* second, std::size_t max)
 {
     return Compare<Avx2Kernels>(first, second, max);
 }
