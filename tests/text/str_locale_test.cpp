@@ -15,18 +15,12 @@ constexpr const char* kLatin1 = "de_DE.ISO-8859-1";
 constexpr const char* kKoi8 = "ru_RU.KOI8-R";
 constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
 
-class StrLocale : public testing::Test
+void Use(const char* locale)
 {
-protected:
-    static void Use(const char* locale)
-    {
-        ASSERT_NE(nullptr, std::setlocale(LC_ALL, locale)) << locale;
-    }
-    void SetUp() override { Use("C.UTF-8"); }
-    void TearDown() override { std::setlocale(LC_ALL, "C.UTF-8"); }
-};
+    ASSERT_NE(nullptr, std::setlocale(LC_ALL, locale)) << locale;
+}
 
-TEST_F(StrLocale, BytesAndUnits)
+TEST(StrLocale, BytesAndUnits)
 {
     const struct
     {
@@ -58,7 +52,7 @@ TEST_F(StrLocale, BytesAndUnits)
     }
 }
 
-TEST_F(StrLocale, CaseOfTexts)
+TEST(StrLocale, CaseOfTexts)
 {
     const std::string rows[][4] = {
         {"C", "Ab\xC4Z", "ab\xC4z", "AB\xC4Z"},
@@ -74,6 +68,7 @@ TEST_F(StrLocale, CaseOfTexts)
         buffer = text;
         EXPECT_EQ(upper, QVStrToUpperA(buffer.data())) << locale;
     }
+    Use("C.UTF-8");
     std::u16string text = u"A\xC4\x3A9\xD801\xDC00Z";
     EXPECT_EQ(std::u16string(u"a\xE4\x3C9\xD801\xDC00z"), QVStrToLowerW(text.data()));
     Use(kLatin1);
@@ -84,7 +79,7 @@ TEST_F(StrLocale, CaseOfTexts)
     EXPECT_GT(0, QVStrICmpA("x\xC4", "X\xE4"));
 }
 
-TEST_F(StrLocale, AnsiToUnicode)
+TEST(StrLocale, AnsiToUnicode)
 {
     const struct
     {
@@ -123,8 +118,9 @@ TEST_F(StrLocale, AnsiToUnicode)
     }
 }
 
-TEST_F(StrLocale, UnicodeToAnsi)
+TEST(StrLocale, UnicodeToAnsi)
 {
+    Use("C.UTF-8");
     std::string buffer(6, 'x');
     EXPECT_EQ(1u, QVUnicodeToAnsi(buffer.data(), u"a\x20AC", 3)) << "no part of a character";
     EXPECT_EQ("axxxxx", buffer);
@@ -136,7 +132,7 @@ TEST_F(StrLocale, UnicodeToAnsi)
     EXPECT_EQ(kFailed, QVUnicodeToAnsi(buffer.data(), u"a\x20AC", 6));
 }
 
-TEST_F(StrLocale, DecimalPoint)
+TEST(StrLocale, DecimalPoint)
 {
     Use(kLatin1);
     EXPECT_EQ(-1.25, QVStrToDA("-1,25.5", nullptr));
