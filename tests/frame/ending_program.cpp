@@ -28,19 +28,28 @@ void* g_library = dlopen(QV_TEST_LIBRARY, RTLD_NOW | RTLD_LOCAL);
 
 std::atomic<int> g_busy{0};
 
+QVRESULT LookUpClass()
+{
+    const GUID clsid{};
+    void* object;
+    return QV_CALL(QVComGetClassObject)(&clsid, &clsid, &object);
+}
+
+bool UseMutex()
+{
+    QVMutex mutex;
+    return QV_CALL(QVMutexCreate)("used", 0, &mutex) == S_OK &&
+           QV_CALL(QVMutexAcquire)(mutex) == S_OK && QV_CALL(QVMutexRelease)(mutex) == S_OK &&
+           QV_CALL(QVMutexDestroy)(mutex) == 0;
+}
+
 // Never leaves the library for long.
 void StayInside()
 {
     ++g_busy;
     for (;;) {
-        QVMutex mutex;
-        QV_CALL(QVMutexCreate)("inside", 0, &mutex);
-        QV_CALL(QVMutexAcquire)(mutex);
-        QV_CALL(QVMutexRelease)(mutex);
-        QV_CALL(QVMutexDestroy)(mutex);
-        const GUID clsid{};
-        void* object;
-        QV_CALL(QVComGetClassObject)(&clsid, &clsid, &object);
+        UseMutex();
+        LookUpClass();
     }
 }
 
@@ -54,67 +63,55 @@ void StartBusyThreads()
     }
 }
 
-int UseTheLibrary()
+bool UseLocksAndStore()
 {
-    QVMutex mutex;
-    if (QV_CALL(QVMutexCreate)("used", 0, &mutex) < 0) {
-        return 1;
-    }
-    QV_CALL(QVMutexAcquire)(mutex);
-    QV_CALL(QVMutexRelease)(mutex);
-    QV_CALL(QVMutexDestroy)(mutex);
     const char16_t text[] = u"value";
-    if (QV_CALL(QVRegistrySetValue)(QV_HKEY_USER, u"Ending", u"name", QV_REGTYPE_STRING, text,
-                                    sizeof text) < 0) {
-        return 2;
-    }
     char16_t read[16];
     uint32_t type = 9;
     uint32_t size = sizeof read;
-    if (QV_CALL(QVRegistryGetValue)(QV_HKEY_USER, u"Ending", u"name", &type, read, &size) < 0 ||
-        std::memcmp(read, text, sizeof text) != 0) {
-        return 3;
-    }
-    const GUID clsid{};
-    void* object;
-    if (QV_CALL(QVComGetClassObject)(&clsid, &clsid, &object) != REGDB_E_CLASSNOTREG) {
-        return 4;
-    }
-    return 0;
+    return UseMutex() &&
+           QV_CALL(QVRegistrySetValue)(QV_HKEY_USER, u"Ending", u"name", QV_REGTYPE_STRING, text,
+                                       sizeof text) >= 0 &&
+           QV_CALL(QVRegistryGetValue)(QV_HKEY_USER, u"Ending", u"name", &type, read, &size) >= 0 &&
+           std::memcmp(read, text, sizeof text) == 0;
 }
 
-int WaitFor(pid_t child)
+bool UseTheLibrary()
 {
-    int status = 0;
-    if (waitpid(child, &status, 0) != child) {
-        return 98;
+    return UseLocksAndStore() && LookUpClass() == REGDB_E_CLASSNOTREG;
+}
+
+// Whether a child ends, and with success. One that hangs is ended.
+template <class Body> bool Succeeds(Body body)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        std::exit(body() ? 0 : 1);
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 97;
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
 }
 
 // Children of a process whose other threads are inside the library use it and end in order.
-int ForkWhileBusy()
+bool ForkWhileBusy()
 {
     StartBusyThreads();
     for (int round = 0; round < 30; ++round) {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(20); // a child that hangs is a failure, not a long test
-            const int used = UseTheLibrary();
-            // The cache may refuse in a child whose parent was in the middle of a class's loading.
-            std::exit(used == 4 ? 0 : used);
-        }
-        const int ended = WaitFor(child);
-        if (ended != 0) {
-            return ended;
+        const auto body = [] {
+            LookUpClass(); // it may refuse: the parent may have been in the middle of one
+            return UseLocksAndStore();
+        };
+        if (!Succeeds(body)) {
+            return false;
         }
     }
-    return 0;
+    return true;
 }
 
 // The child's only thread holds what it held. What another thread held stays held: a thread that is
 // made where that one was is not taken for it.
-int HeldAcrossFork()
+bool HeldAcrossFork()
 {
     QVMutex mutex;
     QVMutex lost;
@@ -130,9 +127,7 @@ int HeldAcrossFork()
     while (!holds) {
         std::this_thread::yield();
     }
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20);
+    const bool isGood = Succeeds([=] {
         const bool nested = QV_CALL(QVMutexAcquire)(mutex) == S_OK;
         QV_CALL(QVMutexRelease)(mutex);
         QV_CALL(QVMutexRelease)(mutex);
@@ -141,11 +136,11 @@ int HeldAcrossFork()
             taken = QV_CALL(QVMutexTryAcquire)(mutex) == S_OK &&
                     QV_CALL(QVMutexTryAcquire)(lost) == E_FAIL;
         }).join();
-        std::exit(nested && taken ? 0 : 1);
-    }
+        return nested && taken;
+    });
     QV_CALL(QVMutexRelease)(mutex);
     QV_CALL(QVMutexDestroy)(mutex);
-    return WaitFor(child);
+    return isGood;
 }
 
 } // namespace
@@ -154,7 +149,7 @@ int main(int argc, char** argv)
 {
     const std::string how = argc > 1 ? argv[1] : "";
     if (how == "return") {
-        return UseTheLibrary() == 0 ? 42 : 1;
+        return UseTheLibrary() ? 42 : 1;
     }
     if (how == "return-busy") {
         StartBusyThreads();
@@ -169,25 +164,19 @@ int main(int argc, char** argv)
         std::quick_exit(42);
     }
     if (how == "fork") {
-        const int before = UseTheLibrary();
-        const pid_t child = fork();
-        if (child == 0) {
-            std::exit(UseTheLibrary() == 0 ? 7 : 1);
-        }
-        return before == 0 && WaitFor(child) == 7 && UseTheLibrary() == 0 ? 42 : 1;
+        return UseTheLibrary() && Succeeds(UseTheLibrary) && UseTheLibrary() ? 42 : 1;
     }
     if (how == "fork-busy") {
-        return ForkWhileBusy() == 0 ? 42 : 1;
+        return ForkWhileBusy() ? 42 : 1;
     }
     if (how == "fork-held") {
-        return HeldAcrossFork() == 0 ? 42 : 1;
+        return HeldAcrossFork() ? 42 : 1;
     }
 #ifdef QV_TEST_LIBRARY
     if (how == "unload-then-return") {
-        const int used = UseTheLibrary();
+        const bool used = UseTheLibrary();
         dlclose(g_library);
-        const bool gone = dlopen(QV_TEST_LIBRARY, RTLD_NOW | RTLD_NOLOAD) == nullptr;
-        return used == 0 && gone ? 42 : 1;
+        return used && dlopen(QV_TEST_LIBRARY, RTLD_NOW | RTLD_NOLOAD) == nullptr ? 42 : 1;
     }
 #endif
     std::fprintf(stderr, "unknown way to end: %s\n", how.c_str());

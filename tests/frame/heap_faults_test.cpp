@@ -8,6 +8,8 @@
 #include "platform/clock.h"
 #include "support/alloc_faults.h"
 
+using namespace qv;
+
 namespace
 {
 
@@ -17,15 +19,15 @@ bool g_clockFails = false;
 
 extern "C"
 {
-    qv::platform::BOOL __real_QueryPerformanceCounter(std::int64_t* count);
-    qv::platform::BOOL __real_QueryPerformanceFrequency(std::int64_t* frequency);
+    decltype(platform::QueryPerformanceCounter) __real_QueryPerformanceCounter;
+    decltype(platform::QueryPerformanceFrequency) __real_QueryPerformanceFrequency;
 
-    qv::platform::BOOL __wrap_QueryPerformanceCounter(std::int64_t* count)
+    platform::BOOL __wrap_QueryPerformanceCounter(std::int64_t* count)
     {
         return g_clockFails ? 0 : __real_QueryPerformanceCounter(count);
     }
 
-    qv::platform::BOOL __wrap_QueryPerformanceFrequency(std::int64_t* frequency)
+    platform::BOOL __wrap_QueryPerformanceFrequency(std::int64_t* frequency)
     {
         return g_clockFails ? 0 : __real_QueryPerformanceFrequency(frequency);
     }
@@ -34,44 +36,34 @@ extern "C"
 namespace
 {
 
-using qv::test::FailAllocation;
+template <class Call> QVRESULT WithoutMemory(Call call)
+{
+    const test::FailAllocation fault(1);
+    return call();
+}
 
 TEST(HeapFaults, KeepTheCallersPointer)
 {
     void* block = &block;
-    {
-        const FailAllocation fault(1);
-        EXPECT_EQ(QVMalloc(8, &block), E_OUTOFMEMORY);
-        EXPECT_EQ(block, nullptr);
-    }
-    {
-        const FailAllocation fault(1);
-        block = &block;
-        EXPECT_EQ(QVCalloc(2, 4, &block), E_OUTOFMEMORY);
-        EXPECT_EQ(block, nullptr);
-    }
-    {
-        const FailAllocation fault(1);
-        EXPECT_EQ(QVRecalloc(&block, 4), E_OUTOFMEMORY);
-        EXPECT_EQ(block, nullptr);
-    }
-    const long before = qv::test::LiveBlocks();
+    EXPECT_EQ(WithoutMemory([&] { return QVMalloc(8, &block); }), E_OUTOFMEMORY);
+    EXPECT_EQ(block, nullptr);
+    block = &block;
+    EXPECT_EQ(WithoutMemory([&] { return QVCalloc(2, 4, &block); }), E_OUTOFMEMORY);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(WithoutMemory([&] { return QVRecalloc(&block, 4); }), E_OUTOFMEMORY);
+    EXPECT_EQ(block, nullptr);
+
+    const long before = test::LiveBlocks();
     ASSERT_EQ(QVMalloc(8, &block), S_OK);
     std::memcpy(block, "1234567", 8);
     void* const kept = block;
-    {
-        const FailAllocation fault(1);
-        EXPECT_EQ(QVRealloc(&block, 100), E_OUTOFMEMORY);
-    }
-    {
-        const FailAllocation fault(1);
-        EXPECT_EQ(QVRecalloc(&block, 100), E_OUTOFMEMORY);
-    }
+    EXPECT_EQ(WithoutMemory([&] { return QVRealloc(&block, 100); }), E_OUTOFMEMORY);
+    EXPECT_EQ(WithoutMemory([&] { return QVRecalloc(&block, 100); }), E_OUTOFMEMORY);
     EXPECT_EQ(block, kept);
     EXPECT_STREQ(static_cast<char*>(block), "1234567");
     EXPECT_EQ(QVMallocSize(block), 8u) << "still a live block";
     QVFree(block);
-    EXPECT_EQ(qv::test::LiveBlocks(), before);
+    EXPECT_EQ(test::LiveBlocks(), before);
 }
 
 TEST(CounterFaults, MillisecondsStandIn)

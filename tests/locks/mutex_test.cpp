@@ -3,7 +3,6 @@
 #include <qvcore6/result.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -134,29 +133,6 @@ TEST(Mutex, MayBeDestroyedByTheNextHolder)
         QVMutexRelease(mutex);
         next.join();
     }
-}
-
-TEST(Mutex, CreatedFromThousandsOfThreads)
-{
-    std::atomic<int> made{0};
-    for (int batch = 0; batch < 40; ++batch) {
-        std::vector<std::thread> threads;
-        for (int count = 0; count < 50; ++count) {
-            threads.emplace_back([&made, count] {
-                QVMutex mutex = QV_MUTEX_NONE;
-                const std::string name(static_cast<std::size_t>(count) * 1000, 'n');
-                if (QVMutexCreate(count == 0 ? nullptr : name.c_str(), 0, &mutex) == S_OK &&
-                    QVMutexAcquire(mutex) == S_OK && QVMutexRelease(mutex) == S_OK &&
-                    QVMutexDestroy(mutex) == 0) {
-                    ++made;
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    }
-    EXPECT_EQ(made, 2000);
 }
 
 } // namespace
