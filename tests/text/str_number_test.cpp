@@ -9,9 +9,7 @@
 namespace
 {
 
-template <class Unit> using Text = std::basic_string<Unit>;
-
-Text<QVWChar> Wide(const std::string& ascii)
+std::u16string Wide(const std::string& ascii)
 {
     return {ascii.begin(), ascii.end()};
 }
@@ -20,8 +18,9 @@ Text<QVWChar> Wide(const std::string& ascii)
 constexpr int kNoCode = 7777;
 
 template <class Number, class Unit>
-void CheckInteger(Number (*convert)(const Unit*, Unit**, int32_t), const Text<Unit>& text, int base,
-                  Number value, std::ptrdiff_t used, int code)
+void CheckInteger(Number (*convert)(const Unit*, Unit**, int32_t),
+                  const std::basic_string<Unit>& text, int base, Number value, std::ptrdiff_t used,
+                  int code)
 {
     Unit* end = nullptr;
     errno = kNoCode;
@@ -69,15 +68,7 @@ TEST(StrNumber, Integers)
     EXPECT_EQ(0, QVStrToIW(u"\x663")) << "digits are those of ASCII";
 }
 
-template <class Unit> void CheckDouble(double (*convert)(const Unit*, Unit**),
-                                       const Text<Unit>& text, double value, std::ptrdiff_t used)
-{
-    Unit* end = nullptr;
-    EXPECT_EQ(value, convert(text.c_str(), &end));
-    EXPECT_EQ(used, end - text.c_str());
-}
-
-TEST(StrNumber, Doubles)
+TEST(StrNumber, WideDoubles)
 {
     const struct
     {
@@ -93,9 +84,10 @@ TEST(StrNumber, Doubles)
         {"9007199254740993." + std::string(400, '0') + "1", 9007199254740994.0, 418},
     };
     for (const auto& [text, value, used] : rows) {
-        SCOPED_TRACE(text);
-        CheckDouble(QVStrToDA, text, value, used);
-        CheckDouble(QVStrToDW, Wide(text), value, used);
+        const std::u16string wide = Wide(text);
+        QVWChar* end = nullptr;
+        EXPECT_EQ(value, QVStrToDW(wide.c_str(), &end)) << text;
+        EXPECT_EQ(used, end - wide.c_str()) << text;
     }
     EXPECT_TRUE(std::isnan(QVStrToDW(u"nan(x)", nullptr)));
 }
