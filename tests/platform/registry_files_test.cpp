@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <vector>
 
 #include "platform/store_fixture.h"
@@ -150,6 +151,74 @@ TEST_F(RegistryFiles, EveryCutIsFound)
         refused += good == 0 ? 1 : 0;
     }
     EXPECT_GT(refused, 20);
+}
+
+// Changes keys and values of all sizes. What one call cannot do, the next still tries.
+int ChangeAll(std::uint32_t seed)
+{
+    std::mt19937 random(seed);
+    const Key key(u"k");
+    std::string data(30000, 'd');
+    WCHAR name[300];
+    for (DWORD i = 0; i < 150; ++i) {
+        DWORD units = 300;
+        auto size = static_cast<DWORD>(data.size());
+        RegEnumValueW(key.handle, i, name, &units, nullptr, nullptr, data.data(), &size);
+        units = 300;
+        RegEnumKeyExW(key.handle, i, name, &units, nullptr, nullptr, nullptr, nullptr);
+        const std::u16string some(1, static_cast<char16_t>(0x4E00 + random() % 200));
+        size = static_cast<DWORD>(random() % (random() % 8 == 0 ? data.size() : 200));
+        RegSetValueExW(key.handle, some.c_str(), 0, REG_BINARY, data.data(), size);
+        SetNumber(u"k\\" + some, i);
+        if (i % 5 == 0) {
+            RegDeleteValueW(key.handle, some.c_str());
+            Delete(u"k\\" + some);
+        }
+    }
+    return key.error == 1015 ? 1 : 0;
+}
+
+// A page anywhere in the file, with a bit turned, bytes written over, zeros, or another page in its
+// place: the store is refused, or the damage does no harm. It never ends the process.
+TEST_F(RegistryFiles, DamageOfPagesEndsNoProcess)
+{
+    constexpr std::size_t kPage = 4096;
+    ChangeAll(1);
+    ChangeAll(2);
+    CloseRegistryStores();
+    const std::string whole = ReadFile(DataFile());
+    std::mt19937 random(3);
+    int refused = 0;
+    for (int round = 0; round < 120; ++round) {
+        SCOPED_TRACE(round);
+        std::string bytes = whole;
+        const std::size_t page = random() % (whole.size() / kPage) * kPage;
+        const std::size_t at = page + random() % (round % 2 == 0 ? 24 : kPage);
+        switch (random() % 4) {
+        case 0:
+            bytes[at] = static_cast<char>(bytes[at] ^ 1 << random() % 8);
+            break;
+        case 1:
+            bytes[at] = static_cast<char>(random());
+            bytes[page + random() % kPage] = static_cast<char>(random());
+            break;
+        case 2:
+            bytes.replace(page, kPage, kPage, '\0');
+            break;
+        default:
+            bytes.replace(page, kPage, whole, random() % (whole.size() / kPage) * kPage, kPage);
+            break;
+        }
+        WriteFile(DataFile(), bytes);
+        const int result = InChild([] { return ChangeAll(4); });
+        EXPECT_NE(result, -1);
+        EXPECT_TRUE(result != 1 || ReadFile(DataFile()) == bytes);
+        refused += result;
+    }
+    EXPECT_GT(refused, 20);
+    EXPECT_LT(refused, 110);
+    WriteFile(DataFile(), whole);
+    EXPECT_EQ(ChangeAll(4), 0);
 }
 
 // The rest of a test as a user who may only read: another one, or with the rights taken away.
