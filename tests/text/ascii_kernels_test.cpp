@@ -66,8 +66,8 @@ protected:
                 Unit* const text = Place<Unit>(m_first, length + 1, place);
                 for (std::size_t at = 0; at < length; ++at) {
                     const auto number = m_random(); // often a unit beside the letters
-                    text[at] = static_cast<Unit>(number % 4 == 0 ? "@AZ[`az{"[number / 4 % 8]
-                                                                 : 1 + number / 4 % 0x7F);
+                    text[at] = number % 4 == 0 ? static_cast<Unit>("@AZ[`az{"[number / 4 % 8])
+                                               : static_cast<Unit>(1 + number / 4 % 0x7F);
                 }
                 if (m_random() % 2 == 0) {
                     const int highs[] = {0x80, 0xFF, sizeof(Unit) == 1 ? 0xC1 : 0x141,
