@@ -3,6 +3,7 @@
 #include <qvcore6/result.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -133,6 +134,24 @@ TEST(Mutex, MayBeDestroyedByTheNextHolder)
         QVMutexRelease(mutex);
         next.join();
     }
+}
+
+TEST(Mutex, ManyThreadsMakeTheirOwnWithNamesOfAnyLength)
+{
+    std::atomic<int> made{0};
+    for (int batch = 0; batch < 40; ++batch) {
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < 50; ++i) {
+            threads.emplace_back([&made, i] {
+                QVMutex mutex;
+                const std::string name(i * 1000, 'n');
+                made += QVMutexCreate(name.c_str(), 0, &mutex) == S_OK &&
+                        QVMutexAcquire(mutex) == S_OK && QVMutexRelease(mutex) == S_OK &&
+                        QVMutexDestroy(mutex) == S_OK;
+            });
+        }
+    }
+    EXPECT_EQ(made, 2000);
 }
 
 } // namespace
