@@ -59,11 +59,6 @@ std::uintptr_t ThreadMark()
     return t_threadMark;
 }
 
-bool IsOwn(const CRITICAL_SECTION& section)
-{
-    return section.owner.load(std::memory_order_relaxed) == ThreadMark();
-}
-
 } // namespace
 
 void InitializeCriticalSection(CRITICAL_SECTION* section)
@@ -86,22 +81,18 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section)
         section->owner.store(ThreadMark(), std::memory_order_relaxed);
         return kTrue;
     }
-    if (IsOwn(*section)) {
-        ++section->depth;
-        return kTrue;
+    if (section->owner.load(std::memory_order_relaxed) != ThreadMark()) {
+        return kFalse;
     }
-    return kFalse;
+    ++section->depth;
+    return kTrue;
 }
 
 LONG EnterHeldCriticalSection(CRITICAL_SECTION* section)
 {
-    if (IsOwn(*section)) {
-        ++section->depth;
-        return 0;
-    }
     if (!Spin(*section)) {
         bool counted = false;
-        // Once somebody has slept the word stays at 2, so that no sleeper is forgotten.
+        // Once somebody has slept the word says so, that no sleeper is forgotten.
         while (section->word.exchange(kHeldAndAwaited, std::memory_order_acquire) != kFree) {
             if (!counted) {
                 section->debug.ContentionCount.fetch_add(1, std::memory_order_relaxed);

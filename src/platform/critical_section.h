@@ -49,7 +49,8 @@ extern "C"
     // Non-zero if the caller now holds the section.
     BOOL TryEnterCriticalSection(CRITICAL_SECTION* section);
 
-    // The parts of enter and leave that are off the fast path.
+    // The parts of enter and leave that are off the fast path. The section is another thread's, or
+    // the calling one has no mark yet.
     LONG EnterHeldCriticalSection(CRITICAL_SECTION* section);
     void WakeCriticalSection(CRITICAL_SECTION* section);
 }

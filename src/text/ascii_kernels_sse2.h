@@ -13,7 +13,7 @@
 #if defined(__SSE2__)
 
 #include "text/ascii_kernels_portable.h"
-#include "text/ascii_blocks_sse2.h"
+#include "text/ascii_kernels_blocks.h"
 
 namespace qv::core
 {
