@@ -92,7 +92,7 @@ LONG EnterHeldCriticalSection(CRITICAL_SECTION* section)
 {
     if (!Spin(*section)) {
         bool counted = false;
-        // Once somebody has slept the word says so, that no sleeper is forgotten.
+        // Once somebody has slept the word goes on saying so: no sleeper is forgotten.
         while (section->word.exchange(kHeldAndAwaited, std::memory_order_acquire) != kFree) {
             if (!counted) {
                 section->debug.ContentionCount.fetch_add(1, std::memory_order_relaxed);
