@@ -12,8 +12,8 @@
 
 #if defined(__SSE2__)
 
-#include "text/ascii_kernels_portable.h"
 #include "text/ascii_kernels_blocks.h"
+#include "text/ascii_kernels_portable.h"
 
 namespace qv::core
 {

@@ -215,7 +215,7 @@ TEST_F(RegistryFiles, DamageOfPagesEndsNoProcess)
         EXPECT_TRUE(result != 1 || ReadFile(DataFile()) == bytes);
         refused += result;
     }
-    EXPECT_GT(refused, 20);
+    EXPECT_GT(refused, 8);
     EXPECT_LT(refused, 110);
     WriteFile(DataFile(), whole);
     EXPECT_EQ(ChangeAll(4), 0);
