@@ -47,8 +47,8 @@ bool IsSound(const FileHead& head)
            head.lastPage >= kHeadPages - 1 && head.lastPage < Environment::kMapSize / pageSize;
 }
 
-// What the file says of the state that a transaction sees, which is in force until the last commit
-// but one: only then is its head written again.
+// The state that the transaction sees. Its pages stay as they are while it lasts; its head is
+// written again by the second commit from then on.
 int WalkSnapshot(MDB_env* environment, MDB_txn* transaction)
 {
     int file = -1;

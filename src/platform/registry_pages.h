@@ -81,4 +81,10 @@ struct FileHead
     std::size_t transaction;
 };
 
+// No padding anywhere, in programs of either width.
+static_assert(sizeof(PageHead) == sizeof(PageNumber) + 8 && sizeof(NodeHead) == 8);
+static_assert(sizeof(TreeHead) == 8 + 5 * sizeof(std::size_t));
+static_assert(sizeof(FileHead) ==
+              sizeof(PageHead) + 8 + 2 * sizeof(TreeHead) + 4 * sizeof(std::size_t));
+
 } // namespace qv::platform
