@@ -23,7 +23,7 @@ extern "C"
     // destroyed.
     BOOL DllMain(void* instance, DWORD reason, void* reserved);
 
-    // No stage is told while the module starts or stops.
+    // No stage is told while another thread starts or stops the module.
     void ForkNotification(ForkStage stage);
 }
 

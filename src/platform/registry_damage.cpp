@@ -44,7 +44,8 @@ bool IsSound(const FileHead& head)
 {
     const std::size_t pageSize = head.freePages.pageSize;
     return std::has_single_bit(pageSize) && pageSize >= kMinPageSize && pageSize <= kMaxPageSize &&
-           head.lastPage >= kHeadPages - 1 && head.lastPage < Environment::kMapSize / pageSize;
+           head.lastPage >= kHeadPages - 1 && head.lastPage < Environment::kMapSize / pageSize &&
+           head.transaction <= static_cast<std::size_t>(-1) / 2; // LMDB counts on from here
 }
 
 // The state that the transaction sees. Its pages stay as they are while it lasts; its head is
@@ -91,10 +92,12 @@ int CheckFileHeads(const std::string& path)
         if (head.magic != kFileMagic || head.version != kFileVersion) {
             return 0;
         }
-        if (!IsSound(head)) {
+        // LMDB finds the second head by the page size of the one in force.
+        const auto pageSize = static_cast<off_t>(head.freePages.pageSize);
+        if (!IsSound(head) || (page != 0 && pageSize != at)) {
             return MDB_INVALID;
         }
-        at += static_cast<off_t>(head.freePages.pageSize);
+        at += pageSize;
     }
     return 0;
 }

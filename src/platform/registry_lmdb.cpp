@@ -23,12 +23,12 @@ class StandardNumbers
 public:
     StandardNumbers()
     {
-        for (int file; (file = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0;) {
-            if (file > STDERR_FILENO) {
-                close(file);
-                break;
-            }
+        int file;
+        while ((file = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0 && file <= STDERR_FILENO) {
             m_taken[file] = true;
+        }
+        if (file >= 0) {
+            close(file);
         }
     }
     ~StandardNumbers()

@@ -99,9 +99,7 @@ int PageWalk::WalkPage(Tree tree, PageNumber number, unsigned levels, Range rang
         return MDB_CORRUPTED;
     }
     const Page page = {bytes, (head.lower - sizeof head) / 2, isLeaf};
-    // LMDB itself leaves branches with one child in the tree of free pages.
-    const std::size_t atLeast = isLeaf || tree == Tree::kFreePages ? 1 : 2;
-    if (page.count < atLeast || !IsInOrder(tree, page, range)) {
+    if (page.count < (isLeaf ? 1 : 2) || !IsInOrder(tree, page, range)) {
         return MDB_CORRUPTED;
     }
     if (!isLeaf) {
@@ -213,6 +211,13 @@ bool PageWalk::Tiles(const unsigned char* page, const PageHead& head, bool isLea
     return at == m_pageSize && count == (head.lower - sizeof head) / 2;
 }
 
+// One that may have freed pages. LMDB would take those of number 0 again and again.
+bool PageWalk::IsTransaction(std::string_view key) const
+{
+    return key.size() == sizeof(std::size_t) && Load<std::size_t>(key) != 0 &&
+           Load<std::size_t>(key) <= m_head.transaction;
+}
+
 // The first key of a branch is not used: its child has everything below the second.
 bool PageWalk::IsInOrder(Tree tree, const Page& page, Range range) const
 {
@@ -222,7 +227,7 @@ bool PageWalk::IsInOrder(Tree tree, const Page& page, Range range) const
     std::string_view previous = range.from;
     for (std::size_t i = page.isLeaf ? 0 : 1; i < page.count; ++i) {
         const std::string_view key = page.Key(i);
-        if (key.empty() || (tree == Tree::kFreePages && key.size() != sizeof(std::size_t))) {
+        if (tree == Tree::kRecords ? key.empty() : !IsTransaction(key)) {
             return false;
         }
         const bool mayBeEqual = page.isLeaf && i == 0;

@@ -53,6 +53,7 @@ private:
     int CheckFreeList(const unsigned char* list, std::size_t size);
 
     bool Tiles(const unsigned char* page, const PageHead& head, bool isLeaf);
+    bool IsTransaction(std::string_view key) const;
     bool IsInOrder(Tree tree, const Page& page, Range range) const;
     bool Claim(PageNumber first, std::size_t pages);
     int Read(PageNumber page, std::size_t skip, void* bytes, std::size_t size) const;

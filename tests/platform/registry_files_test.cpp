@@ -65,6 +65,8 @@ TEST_F(RegistryFiles, DamagedAndForeignFilesAreLeftAlone)
     ASSERT_NE(schema, std::string::npos);
     std::string otherSchema = good;
     otherSchema[schema] = 2;
+    std::string otherPageSize = good;
+    otherPageSize[4096 + 41] = 0x40; // of the second head alone
     std::string otherVersion = good;
     otherVersion[20] = otherVersion[4096 + 20] = 2; // of LMDB, in both heads
     const struct
@@ -80,6 +82,9 @@ TEST_F(RegistryFiles, DamagedAndForeignFilesAreLeftAlone)
         {"another program's", ForeignDatabase(Folder() + "/other", "key")},
         {"another's with our key", ForeignDatabase(Folder() + "/same", std::string(9, '\0'))},
         {"another schema", otherSchema},
+        {"heads with two page sizes", otherPageSize},
+        {"the last transaction",
+         good.substr(0, 4096 + 144) + std::string(8, '\xFF') + good.substr(4096 + 152)},
         {"another version", otherVersion},
     };
     for (const auto& row : rows) {
