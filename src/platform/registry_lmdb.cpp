@@ -1,6 +1,7 @@
 #include "platform/registry_lmdb.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,7 +26,7 @@ public:
     {
         int file;
         while ((file = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0 && file <= STDERR_FILENO) {
-            m_taken[file] = true;
+            m_taken[file] = fstat(file, &m_null) == 0;
         }
         if (file >= 0) {
             close(file);
@@ -34,7 +35,10 @@ public:
     ~StandardNumbers()
     {
         for (int file = 0; file <= STDERR_FILENO; ++file) {
-            if (m_taken[file]) {
+            // Another thread may have put its own file there meanwhile.
+            struct stat now = {};
+            if (m_taken[file] && fstat(file, &now) == 0 && now.st_dev == m_null.st_dev &&
+                now.st_ino == m_null.st_ino) {
                 close(file);
             }
         }
@@ -44,6 +48,7 @@ public:
 
 private:
     bool m_taken[STDERR_FILENO + 1] = {};
+    struct stat m_null = {};
 };
 
 } // namespace
