@@ -3,6 +3,7 @@
 #include <string>
 
 #include "frame/exception.h"
+#include "platform/error.h"
 #include "platform/loader.h"
 #include "text/ansi_string.h"
 
@@ -36,9 +37,11 @@ void CQVLibraryManager::Close(QVLibrary library)
 
 void* CQVLibraryManager::GetSymbol(QVLibrary library, const QVWChar* name)
 {
+    qv::platform::SetLastError(qv::platform::ERROR_SUCCESS);
     const std::string narrow = QVWStringToAnsi(name);
-    if (*name != 0 && (narrow.empty() || narrow.front() == '\0')) {
-        ThrowLastError(); // the conversion failed, and said why
+    // Other names that cannot be converted come out empty, and no library has such a symbol.
+    if (qv::platform::GetLastError() == qv::platform::ERROR_OUTOFMEMORY) {
+        ThrowLastError();
     }
     const qv::platform::FARPROC symbol =
         qv::platform::GetProcAddress(ModuleOf(library), narrow.c_str());

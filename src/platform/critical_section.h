@@ -1,7 +1,7 @@
 // Critical sections: recursive locks of one process.
 //
 // The word says who may be wrong about the rest:
-//   kFree            owner is null, depth is 0
+//   kFree            owner and depth are 0
 //   kHeld            nobody sleeps
 //   kHeldAndAwaited  somebody may sleep: the leaver wakes one
 // The owner is marked by a number that no other thread of this process ever had or will have, and

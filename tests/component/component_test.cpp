@@ -10,6 +10,7 @@
 #include "frame/facts.h"
 #include "platform/error.h"
 #include "platform/loader.h"
+#include "platform/locale.h"
 
 using namespace qv;
 using namespace qv::test;
@@ -90,6 +91,18 @@ extern "C"
     platform::FARPROC __wrap_GetProcAddress(platform::HMODULE module, const char* name)
     {
         return Fails(g_calls.symbolError) ? nullptr : __real_GetProcAddress(module, name);
+    }
+
+    decltype(platform::WideCharToMultiByte) __real_WideCharToMultiByte;
+    int __wrap_WideCharToMultiByte(platform::DWORD page, platform::DWORD flags,
+                                   const platform::WCHAR* src, int srcSize, char* dest,
+                                   int destSize, const char* defaultChar,
+                                   platform::BOOL* usedDefaultChar)
+    {
+        return Fails(g_calls.convertError)
+                   ? 0
+                   : __real_WideCharToMultiByte(page, flags, src, srcSize, dest, destSize,
+                                                defaultChar, usedDefaultChar);
     }
 }
 

@@ -41,6 +41,14 @@ TEST_F(Library, OpensFindsAndCloses)
         EXPECT_EQ(QVLibClose(library), result);
     }
     g_calls = {};
+    for (const auto& [error, result] :
+         {std::pair<platform::DWORD, QVRESULT>{14, E_OUTOFMEMORY}, {87, E_FAIL}}) {
+        g_calls.convertError = error;
+        symbol = &symbol;
+        EXPECT_EQ(QVLibGetSymbol(library, u"TestNumber", &symbol), result);
+        EXPECT_EQ(symbol, nullptr);
+    }
+    g_calls = {};
     EXPECT_EQ(QVLibClose(library), S_OK);
     EXPECT_EQ(QVLibClose(library), E_FAIL);
     EXPECT_EQ(QVLibGetSymbol(library, u"TestNumber", &symbol), E_HANDLE);
