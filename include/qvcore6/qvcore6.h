@@ -9,11 +9,21 @@
 
 #include <qvcore6/base.h>
 #include <qvcore6/component.h>
+#include <qvcore6/condition.h>
+#include <qvcore6/diagnostics.h>
+#include <qvcore6/event.h>
+#include <qvcore6/gate.h>
+#include <qvcore6/lockstats.h>
 #include <qvcore6/memory.h>
 #include <qvcore6/module.h>
 #include <qvcore6/mutex.h>
 #include <qvcore6/registry.h>
 #include <qvcore6/result.h>
+#include <qvcore6/rwlock.h>
+#include <qvcore6/security.h>
+#include <qvcore6/semaphore.h>
 #include <qvcore6/str.h>
+#include <qvcore6/thread.h>
+#include <qvcore6/time.h>
 
 #endif

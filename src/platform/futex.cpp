@@ -4,6 +4,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <ctime>
+
 #include "platform/error.h"
 
 namespace qv::platform
@@ -13,6 +16,25 @@ void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected)
 {
     const KeepErrno keep;
     syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
+}
+
+bool FutexWaitUntil(const std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                    const Deadline& deadline)
+{
+    if (deadline.IsForever()) {
+        FutexWait(word, expected);
+        return true;
+    }
+    if (deadline.IsNow()) {
+        return false;
+    }
+    const KeepErrno keep;
+    const timespec until = {.tv_sec = deadline.Nanoseconds() / 1'000'000'000,
+                            .tv_nsec = deadline.Nanoseconds() % 1'000'000'000};
+    // Absolute and monotonic, unlike FUTEX_WAIT, which would start anew after a signal.
+    return syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, &until, nullptr,
+                   FUTEX_BITSET_MATCH_ANY) == 0 ||
+           errno != ETIMEDOUT;
 }
 
 void FutexWake(const std::atomic<std::uint32_t>* word, int count)

@@ -4,11 +4,17 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/deadline.h"
+
 namespace qv::platform
 {
 
 // Sleeps while the word holds the expected value. Returns early at any time: callers test again.
 void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected);
+
+// The same, but false once the deadline has passed. Interruptions by signals do not shorten it.
+bool FutexWaitUntil(const std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                    const Deadline& deadline);
 
 // Wakes at most count sleepers. The word's memory may be gone already; only its address is used.
 void FutexWake(const std::atomic<std::uint32_t>* word, int count);

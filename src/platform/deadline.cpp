@@ -1,0 +1,33 @@
+#include "platform/deadline.h"
+
+#include <ctime>
+
+namespace qv::platform
+{
+
+namespace
+{
+
+std::int64_t Now()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+} // namespace
+
+Deadline Deadline::After(DWORD milliseconds)
+{
+    if (milliseconds == INFINITE) {
+        return Deadline(kForever);
+    }
+    return Deadline(milliseconds == 0 ? 0 : Now() + std::int64_t{milliseconds} * 1'000'000);
+}
+
+bool Deadline::HasPassed() const
+{
+    return !IsForever() && (IsNow() || Now() >= m_nanoseconds);
+}
+
+} // namespace qv::platform

@@ -1,0 +1,66 @@
+// Objects that a thread can wait for, and the waits.
+//
+// A handle is the address of its object: no table and no lock on the way to a wait. Each kind of
+// object stands in a file of its own and derives from KernelObject; the calls that take any kind
+// ask the object.
+#pragma once
+
+#include "platform/deadline.h"
+#include "platform/types.h"
+
+namespace qv::platform
+{
+
+inline constexpr DWORD WAIT_OBJECT_0 = 0;
+inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+inline constexpr DWORD ERROR_TOO_MANY_POSTS = 298;
+inline constexpr DWORD ERROR_TIMEOUT = 1460;
+
+enum class ObjectKind : std::uint8_t
+{
+    ManualEvent,
+    AutoEvent,
+    Semaphore,
+    NamedSemaphore,
+    Thread,
+};
+
+class KernelObject
+{
+public:
+    explicit KernelObject(ObjectKind kind) : m_kind(kind) {}
+    KernelObject(const KernelObject&) = delete;
+    KernelObject& operator=(const KernelObject&) = delete;
+
+    ObjectKind Kind() const { return m_kind; }
+    // WAIT_OBJECT_0; WAIT_TIMEOUT; WAIT_FAILED with the last error set.
+    virtual DWORD Wait(const Deadline& deadline) = 0;
+    // Gives up what the handle stands for; the object is not to be used afterwards.
+    virtual void Close() = 0;
+
+protected:
+    ~KernelObject() = default;
+
+private:
+    ObjectKind m_kind;
+};
+
+// The two pseudo handles, -1 and -2, are values of this type too.
+using HANDLE = KernelObject*;
+
+struct SECURITY_ATTRIBUTES;
+
+extern "C"
+{
+    HANDLE CreateEventA(const SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
+                        const char* name);
+    BOOL SetEvent(HANDLE event);
+    BOOL ResetEvent(HANDLE event);
+    HANDLE CreateSemaphoreA(const SECURITY_ATTRIBUTES* attributes, LONG initialCount,
+                            LONG maximumCount, const char* name);
+    BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount);
+    DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
+    BOOL CloseHandle(HANDLE object);
+}
+
+} // namespace qv::platform
