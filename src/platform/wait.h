@@ -45,21 +45,38 @@ private:
     ObjectKind m_kind;
 };
 
-// The two pseudo handles, -1 and -2, are values of this type too.
 using HANDLE = KernelObject*;
+
+// The pseudo handles. A wait for either never passes, closing one has no effect.
+inline HANDLE GetCurrentProcess()
+{
+    return reinterpret_cast<HANDLE>(std::intptr_t{-1});
+}
+inline HANDLE GetCurrentThread()
+{
+    return reinterpret_cast<HANDLE>(std::intptr_t{-2});
+}
 
 struct SECURITY_ATTRIBUTES;
 
 extern "C"
 {
+    // Null with error 14 without memory. There are no named events: attributes and name are null.
     HANDLE CreateEventA(const SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
                         const char* name);
+    // Error 6 for what is no event.
     BOOL SetEvent(HANDLE event);
     BOOL ResetEvent(HANDLE event);
+    // Null with error 87 unless 0 <= initial <= maximum and maximum >= 1; 14 without memory. With a
+    // name: see OpenNamedSemaphore.
     HANDLE CreateSemaphoreA(const SECURITY_ATTRIBUTES* attributes, LONG initialCount,
                             LONG maximumCount, const char* name);
+    // Errors: 298 if the count would pass its maximum, and nothing changes; 87 for a count below 1;
+    // 6 for what is no semaphore. The previous count may be null.
     BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount);
+    // WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED with error 6.
     DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
+    // Error 6 for null.
     BOOL CloseHandle(HANDLE object);
 }
 

@@ -1,0 +1,98 @@
+#include <qvcore6/semaphore.h>
+
+#include <memory>
+
+#include "frame/boundary.h"
+#include "locks/wait_record.h"
+
+using namespace qv::core;
+using namespace qv::platform;
+
+namespace
+{
+
+constexpr LONG kMaximumCount = 32767;
+
+WaitRecord* FromHandle(QVSemaphore semaphore)
+{
+    return reinterpret_cast<WaitRecord*>(semaphore);
+}
+
+} // namespace
+
+QVRESULT QVSemaphoreCreate(int32_t initialCount, const char* name, uint32_t flags,
+                           QVSemaphore* handleOut)
+{
+    *handleOut = QV_SEMAPHORE_NONE;
+    return Boundary([&] {
+        auto record = std::make_unique<WaitRecord>(name, flags);
+        if ((flags & QV_SEMAPHORE_NAMED) != 0) {
+            const std::string platformName = "SEM:" + record->m_name;
+            record->Own(
+                CreateSemaphoreA(nullptr, initialCount, kMaximumCount, platformName.c_str()));
+        } else {
+            record->Own(CreateSemaphoreA(nullptr, initialCount, kMaximumCount, nullptr));
+        }
+        *handleOut = reinterpret_cast<QVSemaphore>(record.release());
+    });
+}
+
+QVRESULT QVSemaphoreDestroy(QVSemaphore semaphore)
+{
+    delete FromHandle(semaphore);
+    return S_OK;
+}
+
+QVRESULT QVSemaphorePost(QVSemaphore semaphore)
+{
+    return ResultOfCall(ReleaseSemaphore(FromHandle(semaphore)->m_handle, 1, nullptr));
+}
+
+QVRESULT QVSemaphoreWait(QVSemaphore semaphore)
+{
+    return WaitForRecord(*FromHandle(semaphore), INFINITE, E_FAIL);
+}
+
+QVRESULT QVSemaphoreTryWait(QVSemaphore semaphore)
+{
+    return WaitForRecord(*FromHandle(semaphore), 0, E_FAIL);
+}
+
+QVRESULT QVSemaphoreGetValue(QVSemaphore /*semaphore*/, int32_t* valueOut)
+{
+    *valueOut = -1;
+    return S_OK;
+}
+
+// The same under the names that go with named ones.
+
+QVRESULT QVNamedSemOpen(const char* name, int32_t initialCount, QVSemaphore* handleOut)
+{
+    constexpr uint32_t kOpenFlags = 3;
+    return QVSemaphoreCreate(initialCount, name, kOpenFlags, handleOut);
+}
+
+QVRESULT QVNamedSemClose(QVSemaphore semaphore)
+{
+    return QVSemaphoreDestroy(semaphore);
+}
+
+QVRESULT QVNamedSemPost(QVSemaphore semaphore)
+{
+    return QVSemaphorePost(semaphore);
+}
+
+QVRESULT QVNamedSemWait(QVSemaphore semaphore)
+{
+    return QVSemaphoreWait(semaphore);
+}
+
+QVRESULT QVNamedSemTryWait(QVSemaphore semaphore)
+{
+    return QVSemaphoreTryWait(semaphore);
+}
+
+QVRESULT QVNamedSemGetValue(QVSemaphore semaphore, int32_t* valueOut)
+{
+    return QVSemaphoreGetValue(semaphore, valueOut);
+}

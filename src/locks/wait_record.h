@@ -1,0 +1,66 @@
+// What the handle of an event, a gate or a semaphore is the address of.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <qvcore6/result.h>
+
+#include "frame/exception.h"
+#include "platform/error.h"
+#include "platform/wait.h"
+
+namespace qv::core
+{
+
+struct WaitRecord
+{
+    WaitRecord(const char* name, std::uint32_t flags)
+        : m_name(name != nullptr ? name : ""), m_flags(flags)
+    {}
+    ~WaitRecord()
+    {
+        if (m_handle != nullptr) {
+            platform::CloseHandle(m_handle);
+        }
+    }
+    // Throws the code of the last error if there is none.
+    void Own(platform::HANDLE made)
+    {
+        if (made == nullptr) {
+            ThrowLastError();
+        }
+        m_handle = made;
+    }
+
+    WaitRecord(const WaitRecord&) = delete;
+    WaitRecord& operator=(const WaitRecord&) = delete;
+
+    platform::HANDLE m_handle = nullptr;
+    std::string m_name; // for its owner: no platform object bears it
+    std::uint32_t m_flags;
+};
+
+// The result of a platform call that has failed, for callers that let no exception come up.
+inline QVRESULT ResultOfLastError()
+{
+    return QVResultFromNative(platform::GetLastError());
+}
+
+inline QVRESULT ResultOfCall(platform::BOOL done)
+{
+    return done != platform::kFalse ? S_OK : ResultOfLastError();
+}
+
+// The wait itself, with the result of one that ran out of time.
+inline QVRESULT WaitForRecord(const WaitRecord& record, platform::DWORD milliseconds,
+                              QVRESULT outOfTime)
+{
+    const platform::DWORD answer = platform::WaitForSingleObject(record.m_handle, milliseconds);
+    if (answer == platform::WAIT_OBJECT_0) [[likely]] {
+        return S_OK;
+    }
+    return answer == platform::WAIT_FAILED ? ResultOfLastError() : outOfTime;
+}
+
+} // namespace qv::core

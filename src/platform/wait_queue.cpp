@@ -1,0 +1,79 @@
+#include "platform/wait_queue.h"
+
+#include "platform/futex.h"
+
+namespace qv::platform
+{
+
+void Waiter::Grant()
+{
+    const std::atomic<std::uint32_t>* const word = &m_granted;
+    // From here on the waiter may be gone, and its stack with it: only the address is used.
+    m_granted.store(1, std::memory_order_release);
+    FutexWake(word, 1);
+}
+
+void Waiter::GrantAll(Waiter* first)
+{
+    while (first != nullptr) {
+        Waiter* const next = first->m_next;
+        first->Grant();
+        first = next;
+    }
+}
+
+bool Waiter::AwaitGrant(const Deadline& deadline)
+{
+    while (m_granted.load(std::memory_order_acquire) == 0) {
+        if (!FutexWaitUntil(m_granted, 0, deadline)) {
+            return m_granted.load(std::memory_order_acquire) != 0;
+        }
+    }
+    return true;
+}
+
+void Waiter::AwaitGrant()
+{
+    AwaitGrant(Deadline::After(INFINITE));
+}
+
+void WaitQueue::Append(Waiter& waiter)
+{
+    waiter.m_previous = m_last;
+    waiter.m_isQueued = true;
+    (m_last != nullptr ? m_last->m_next : m_first) = &waiter;
+    m_last = &waiter;
+}
+
+Waiter* WaitQueue::TakeFirst()
+{
+    Waiter* const first = m_first;
+    if (first != nullptr) {
+        Remove(*first);
+    }
+    return first;
+}
+
+Waiter* WaitQueue::TakeAll()
+{
+    Waiter* const first = m_first;
+    for (Waiter* waiter = first; waiter != nullptr; waiter = waiter->m_next) {
+        waiter->m_isQueued = false;
+    }
+    m_first = nullptr;
+    m_last = nullptr;
+    return first;
+}
+
+bool WaitQueue::Remove(Waiter& waiter)
+{
+    if (!waiter.m_isQueued) {
+        return false;
+    }
+    waiter.m_isQueued = false;
+    (waiter.m_previous != nullptr ? waiter.m_previous->m_next : m_first) = waiter.m_next;
+    (waiter.m_next != nullptr ? waiter.m_next->m_previous : m_last) = waiter.m_previous;
+    return true;
+}
+
+} // namespace qv::platform
