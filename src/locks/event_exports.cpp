@@ -16,6 +16,17 @@ WaitRecord* FromHandle(QVEvent event)
     return reinterpret_cast<WaitRecord*>(event);
 }
 
+bool IsManual(std::uint32_t flags)
+{
+    return (flags & QV_EVENT_MANUAL_RESET) != 0;
+}
+
+QVRESULT Wait(QVEvent event, DWORD milliseconds, QVRESULT outOfTime)
+{
+    const WaitRecord& record = *FromHandle(event);
+    return WaitForEventOf(record, IsManual(record.m_flags), milliseconds, outOfTime);
+}
+
 } // namespace
 
 QVRESULT QVEventCreate(const char* name, uint32_t flags, QVEvent* handleOut)
@@ -23,8 +34,7 @@ QVRESULT QVEventCreate(const char* name, uint32_t flags, QVEvent* handleOut)
     *handleOut = QV_EVENT_NONE;
     return Boundary([&] {
         auto record = std::make_unique<WaitRecord>(name, flags);
-        const BOOL manualReset = (flags & QV_EVENT_MANUAL_RESET) != 0 ? kTrue : kFalse;
-        record->Own(CreateEventA(nullptr, manualReset, kFalse, nullptr));
+        record->Own(CreateEventA(nullptr, IsManual(flags) ? kTrue : kFalse, kFalse, nullptr));
         *handleOut = reinterpret_cast<QVEvent>(record.release());
     });
 }
@@ -37,20 +47,20 @@ QVRESULT QVEventDestroy(QVEvent event)
 
 QVRESULT QVEventSignal(QVEvent event)
 {
-    return ResultOfCall(SetEvent(FromHandle(event)->m_handle));
+    return SetEventOf(*FromHandle(event));
 }
 
 QVRESULT QVEventReset(QVEvent event)
 {
-    return ResultOfCall(ResetEvent(FromHandle(event)->m_handle));
+    return ResetEventOf(*FromHandle(event));
 }
 
 QVRESULT QVEventWait(QVEvent event)
 {
-    return WaitForRecord(*FromHandle(event), INFINITE, E_FAIL);
+    return Wait(event, INFINITE, E_FAIL);
 }
 
 QVRESULT QVEventTimedWait(QVEvent event, uint32_t timeoutMs)
 {
-    return WaitForRecord(*FromHandle(event), timeoutMs, QV_E_TIMEOUT);
+    return Wait(event, timeoutMs, QV_E_TIMEOUT);
 }

@@ -18,14 +18,14 @@ public:
         m_record.Own(platform::CreateEventA(nullptr, platform::kTrue, platform::kFalse, nullptr));
     }
 
-    QVRESULT Open() { return ResultOfCall(platform::SetEvent(m_record.m_handle)); }
-    QVRESULT Close() { return ResultOfCall(platform::ResetEvent(m_record.m_handle)); }
-    QVRESULT Wait() { return WaitForRecord(m_record, platform::INFINITE, E_FAIL); }
+    QVRESULT Open() { return SetEventOf(m_record); }
+    QVRESULT Close() { return ResetEventOf(m_record); }
+    QVRESULT Wait() { return WaitForEventOf(m_record, true, platform::INFINITE, E_FAIL); }
     QVRESULT TimedWait(std::uint32_t timeoutMs)
     {
-        return WaitForRecord(m_record, timeoutMs, QV_E_TIMEOUT);
+        return WaitForEventOf(m_record, true, timeoutMs, QV_E_TIMEOUT);
     }
-    QVRESULT TryWait() { return WaitForRecord(m_record, 0, E_FAIL); }
+    QVRESULT TryWait() { return WaitForEventOf(m_record, true, 0, E_FAIL); }
 
     static Gate* FromHandle(QVGate gate) { return reinterpret_cast<Gate*>(gate); }
     QVGate ToHandle() { return reinterpret_cast<QVGate>(this); }

@@ -4,6 +4,7 @@
 
 #include "frame/boundary.h"
 #include "locks/wait_record.h"
+#include "platform/unnamed_semaphore.h"
 
 using namespace qv::core;
 using namespace qv::platform;
@@ -16,6 +17,23 @@ constexpr LONG kMaximumCount = 32767;
 WaitRecord* FromHandle(QVSemaphore semaphore)
 {
     return reinterpret_cast<WaitRecord*>(semaphore);
+}
+
+// The semaphore if it is one of this process; a named one is left to the calls.
+UnnamedSemaphore* UnnamedOf(const WaitRecord& record)
+{
+    return (record.m_flags & QV_SEMAPHORE_NAMED) == 0 ? ObjectOf<UnnamedSemaphore>(record)
+                                                      : nullptr;
+}
+
+QVRESULT Wait(QVSemaphore semaphore, DWORD milliseconds)
+{
+    const WaitRecord& record = *FromHandle(semaphore);
+    UnnamedSemaphore* const unnamed = UnnamedOf(record);
+    if (unnamed != nullptr && unnamed->TryTake()) [[likely]] {
+        return S_OK;
+    }
+    return ResultOfWait(record.m_handle, milliseconds, E_FAIL);
 }
 
 } // namespace
@@ -45,17 +63,22 @@ QVRESULT QVSemaphoreDestroy(QVSemaphore semaphore)
 
 QVRESULT QVSemaphorePost(QVSemaphore semaphore)
 {
-    return ResultOfCall(ReleaseSemaphore(FromHandle(semaphore)->m_handle, 1, nullptr));
+    const WaitRecord& record = *FromHandle(semaphore);
+    UnnamedSemaphore* const unnamed = UnnamedOf(record);
+    if (unnamed != nullptr && unnamed->TryPost()) [[likely]] {
+        return S_OK;
+    }
+    return ResultOfCall(ReleaseSemaphore(record.m_handle, 1, nullptr));
 }
 
 QVRESULT QVSemaphoreWait(QVSemaphore semaphore)
 {
-    return WaitForRecord(*FromHandle(semaphore), INFINITE, E_FAIL);
+    return Wait(semaphore, INFINITE);
 }
 
 QVRESULT QVSemaphoreTryWait(QVSemaphore semaphore)
 {
-    return WaitForRecord(*FromHandle(semaphore), 0, E_FAIL);
+    return Wait(semaphore, 0);
 }
 
 QVRESULT QVSemaphoreGetValue(QVSemaphore /*semaphore*/, int32_t* valueOut)

@@ -8,6 +8,7 @@
 
 #include "frame/exception.h"
 #include "platform/error.h"
+#include "platform/event_object.h"
 #include "platform/wait.h"
 
 namespace qv::core
@@ -52,15 +53,51 @@ inline QVRESULT ResultOfCall(platform::BOOL done)
     return done != platform::kFalse ? S_OK : ResultOfLastError();
 }
 
-// The wait itself, with the result of one that ran out of time.
-inline QVRESULT WaitForRecord(const WaitRecord& record, platform::DWORD milliseconds,
-                              QVRESULT outOfTime)
+// The result of a wait that did not pass at once, with the one for a wait that ran out of time.
+inline QVRESULT ResultOfWait(platform::HANDLE handle, platform::DWORD milliseconds,
+                             QVRESULT outOfTime)
 {
-    const platform::DWORD answer = platform::WaitForSingleObject(record.m_handle, milliseconds);
-    if (answer == platform::WAIT_OBJECT_0) [[likely]] {
+    const platform::DWORD answer = platform::WaitForSingleObject(handle, milliseconds);
+    if (answer == platform::WAIT_OBJECT_0) {
         return S_OK;
     }
     return answer == platform::WAIT_FAILED ? ResultOfLastError() : outOfTime;
+}
+
+// The object behind the handle, for what needs one operation on it; the calls do the rest. The
+// record says of what kind it is.
+template <class Object> Object* ObjectOf(const WaitRecord& record)
+{
+    return static_cast<Object*>(record.m_handle);
+}
+
+inline QVRESULT SetEventOf(const WaitRecord& record)
+{
+    auto* const event = ObjectOf<platform::EventObject>(record);
+    if (event != nullptr && event->TrySet()) [[likely]] {
+        return S_OK;
+    }
+    return ResultOfCall(platform::SetEvent(event));
+}
+
+inline QVRESULT ResetEventOf(const WaitRecord& record)
+{
+    auto* const event = ObjectOf<platform::EventObject>(record);
+    if (event != nullptr) [[likely]] {
+        event->Reset();
+        return S_OK;
+    }
+    return ResultOfCall(platform::ResetEvent(event));
+}
+
+inline QVRESULT WaitForEventOf(const WaitRecord& record, bool isManual,
+                               platform::DWORD milliseconds, QVRESULT outOfTime)
+{
+    auto* const event = ObjectOf<platform::EventObject>(record);
+    if (event != nullptr && (isManual ? event->IsSignalled() : event->TryTake())) [[likely]] {
+        return S_OK;
+    }
+    return ResultOfWait(event, milliseconds, outOfTime);
 }
 
 } // namespace qv::core

@@ -7,16 +7,38 @@
 namespace qv::platform
 {
 
+bool UnnamedSemaphore::Post(LONG count, LONG* previousCount)
+{
+    const std::atomic<std::uint32_t>* const countWord = CountWord();
+    const auto added = static_cast<std::uint32_t>(count);
+    std::uint64_t seen = m_word.load();
+    do {
+        if (added > m_maximum - CountOf(seen)) {
+            return false;
+        }
+    } while (!m_word.compare_exchange_weak(seen, seen + added));
+    if (previousCount != nullptr) {
+        *previousCount = static_cast<LONG>(CountOf(seen));
+    }
+    if (seen >= kWaiter) {
+        FutexWake(countWord, count);
+    }
+    return true;
+}
+
 DWORD UnnamedSemaphore::Wait(const Deadline& deadline)
 {
-    if (TryTake()) {
-        return WAIT_OBJECT_0;
+    std::uint64_t seen = m_word.load();
+    while (CountOf(seen) != 0) {
+        if (m_word.compare_exchange_weak(seen, seen - 1)) {
+            return WAIT_OBJECT_0;
+        }
     }
     if (deadline.IsNow()) {
         return WAIT_TIMEOUT;
     }
     // Announced before it sleeps: every post from now on wakes somebody.
-    std::uint64_t seen = m_word.fetch_add(kWaiter) + kWaiter;
+    seen = m_word.fetch_add(kWaiter) + kWaiter;
     bool isOver = false;
     for (;;) {
         if (CountOf(seen) != 0) {
@@ -29,7 +51,7 @@ DWORD UnnamedSemaphore::Wait(const Deadline& deadline)
             }
         } else {
             isOver = !FutexWaitUntil(*CountWord(), 0, deadline);
-            seen = m_word.load(std::memory_order_relaxed);
+            seen = m_word.load();
         }
     }
 }
@@ -40,11 +62,6 @@ const std::atomic<std::uint32_t>* UnnamedSemaphore::CountWord() const
     // Only for its address: the kernel compares this half, nobody here reads it.
     return reinterpret_cast<const std::atomic<std::uint32_t>*>(&m_word) +
            (std::endian::native == std::endian::little ? 0 : 1);
-}
-
-void UnnamedSemaphore::Wake(LONG count) const
-{
-    FutexWake(CountWord(), count);
 }
 
 } // namespace qv::platform

@@ -12,7 +12,7 @@
 namespace qv::platform
 {
 
-class UnnamedSemaphore final : public KernelObject
+class alignas(64) UnnamedSemaphore final : public KernelObject
 {
 public:
     UnnamedSemaphore(LONG initialCount, LONG maximumCount)
@@ -20,36 +20,21 @@ public:
           m_word(static_cast<std::uint32_t>(initialCount))
     {}
 
-    // False if the count would pass its maximum. The count must be above 0. Whoever takes what was
-    // posted may destroy the semaphore at once: nothing is read of it after the exchange.
-    bool Post(LONG count, LONG* previousCount)
+    // Tries, with one operation: if false, nothing has changed, and more may be to be done.
+    bool TryPost()
     {
-        const auto added = static_cast<std::uint32_t>(count);
-        std::uint64_t seen = m_word.load(std::memory_order_relaxed);
-        do {
-            if (added > m_maximum - CountOf(seen)) {
-                return false;
-            }
-        } while (!m_word.compare_exchange_weak(seen, seen + added));
-        if (previousCount != nullptr) {
-            *previousCount = static_cast<LONG>(CountOf(seen));
-        }
-        if (seen >= kWaiter) [[unlikely]] {
-            Wake(count);
-        }
-        return true;
+        std::uint64_t seen = m_word.load();
+        return seen < m_maximum && m_word.compare_exchange_strong(seen, seen + 1);
     }
     bool TryTake()
     {
-        std::uint64_t seen = m_word.load(std::memory_order_relaxed);
-        while (CountOf(seen) != 0) {
-            if (m_word.compare_exchange_weak(seen, seen - 1)) {
-                return true;
-            }
-        }
-        return false;
+        std::uint64_t seen = m_word.load();
+        return CountOf(seen) != 0 && m_word.compare_exchange_strong(seen, seen - 1);
     }
 
+    // False if the count would pass its maximum. The count must be above 0. Whoever takes what was
+    // posted may destroy the semaphore at once: nothing is read of it after that.
+    bool Post(LONG count, LONG* previousCount);
     DWORD Wait(const Deadline& deadline) override;
     void Close() override { delete this; }
 
@@ -59,7 +44,6 @@ private:
     static std::uint32_t CountOf(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
     // The half of the word that waiters sleep on.
     const std::atomic<std::uint32_t>* CountWord() const;
-    void Wake(LONG count) const;
 
     std::uint32_t m_maximum;
     std::atomic<std::uint64_t> m_word; // waiters, count

@@ -3,10 +3,9 @@
 #include <atomic>
 #include <new>
 
-#include "platform/auto_event.h"
 #include "platform/error.h"
+#include "platform/event_object.h"
 #include "platform/futex.h"
-#include "platform/manual_event.h"
 #include "platform/unnamed_semaphore.h"
 
 namespace qv::platform
@@ -15,11 +14,17 @@ namespace qv::platform
 namespace
 {
 
-// What no object has as its address: null and the pseudo handles.
-bool IsObject(HANDLE handle)
+EventObject* EventOf(HANDLE handle)
 {
-    return reinterpret_cast<std::uintptr_t>(handle) - 1 <
-           reinterpret_cast<std::uintptr_t>(GetCurrentThread()) - 1;
+    const bool isEvent = IsObject(handle) && (handle->Kind() == ObjectKind::ManualEvent ||
+                                              handle->Kind() == ObjectKind::AutoEvent);
+    return isEvent ? static_cast<EventObject*>(handle) : nullptr;
+}
+
+UnnamedSemaphore* SemaphoreOf(HANDLE handle)
+{
+    const bool isSemaphore = IsObject(handle) && handle->Kind() == ObjectKind::Semaphore;
+    return isSemaphore ? static_cast<UnnamedSemaphore*>(handle) : nullptr;
 }
 
 BOOL Fail(DWORD error)
@@ -45,66 +50,33 @@ DWORD WaitInVain(const Deadline& deadline)
     return WAIT_TIMEOUT;
 }
 
-DWORD WaitForOther(HANDLE object, DWORD milliseconds)
-{
-    if (IsObject(object)) {
-        return object->Wait(Deadline::After(milliseconds));
-    }
-    if (object != nullptr) {
-        return WaitInVain(Deadline::After(milliseconds));
-    }
-    SetLastError(ERROR_INVALID_HANDLE);
-    return WAIT_FAILED;
-}
-
-template <class Object> DWORD WaitFor(Object& object, bool passed, DWORD milliseconds)
-{
-    if (passed) [[likely]] {
-        return WAIT_OBJECT_0;
-    }
-    return milliseconds == 0 ? WAIT_TIMEOUT : object.Object::Wait(Deadline::After(milliseconds));
-}
-
 } // namespace
 
 HANDLE CreateEventA(const SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
                     const char* /*name*/)
 {
-    const bool isSignalled = initialState != kFalse;
-    if (manualReset != kFalse) {
-        return OrOutOfMemory(new (std::nothrow) ManualEvent(isSignalled));
-    }
-    return OrOutOfMemory(new (std::nothrow) AutoEvent(isSignalled));
+    const ObjectKind kind = manualReset != kFalse ? ObjectKind::ManualEvent : ObjectKind::AutoEvent;
+    return OrOutOfMemory(new (std::nothrow) EventObject(kind, initialState != kFalse));
 }
 
 BOOL SetEvent(HANDLE event)
 {
-    if (IsObject(event)) [[likely]] {
-        if (event->Kind() == ObjectKind::ManualEvent) {
-            static_cast<ManualEvent*>(event)->Set();
-            return kTrue;
-        }
-        if (event->Kind() == ObjectKind::AutoEvent) {
-            static_cast<AutoEvent*>(event)->Set();
-            return kTrue;
-        }
+    EventObject* const object = EventOf(event);
+    if (object == nullptr) {
+        return Fail(ERROR_INVALID_HANDLE);
     }
-    return Fail(ERROR_INVALID_HANDLE);
+    object->Set();
+    return kTrue;
 }
 
 BOOL ResetEvent(HANDLE event)
 {
-    if (IsObject(event)) [[likely]] {
-        if (event->Kind() == ObjectKind::ManualEvent) {
-            static_cast<ManualEvent*>(event)->Reset();
-            return kTrue;
-        }
-        if (event->Kind() == ObjectKind::AutoEvent) {
-            static_cast<AutoEvent*>(event)->Reset();
-            return kTrue;
-        }
+    EventObject* const object = EventOf(event);
+    if (object == nullptr) {
+        return Fail(ERROR_INVALID_HANDLE);
     }
-    return Fail(ERROR_INVALID_HANDLE);
+    object->Reset();
+    return kTrue;
 }
 
 HANDLE CreateSemaphoreA(const SECURITY_ATTRIBUTES* /*attributes*/, LONG initialCount,
@@ -124,36 +96,30 @@ HANDLE CreateSemaphoreA(const SECURITY_ATTRIBUTES* /*attributes*/, LONG initialC
 
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount)
 {
-    if (!IsObject(semaphore) || semaphore->Kind() != ObjectKind::Semaphore) [[unlikely]] {
+    UnnamedSemaphore* const object = SemaphoreOf(semaphore);
+    if (object == nullptr) {
         return Fail(ERROR_INVALID_HANDLE);
     }
-    if (count < 1) [[unlikely]] {
+    if (count < 1) {
         return Fail(ERROR_INVALID_PARAMETER);
     }
-    if (!static_cast<UnnamedSemaphore*>(semaphore)->Post(count, previousCount)) [[unlikely]] {
-        return Fail(ERROR_TOO_MANY_POSTS);
-    }
-    return kTrue;
+    return object->Post(count, previousCount) ? kTrue : Fail(ERROR_TOO_MANY_POSTS);
 }
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
 {
-    // A wait that passes at once reads no clock.
-    if (IsObject(object)) [[likely]] {
-        if (object->Kind() == ObjectKind::ManualEvent) {
-            auto& event = *static_cast<ManualEvent*>(object);
-            return WaitFor(event, event.IsSignalled(), milliseconds);
-        }
-        if (object->Kind() == ObjectKind::AutoEvent) {
-            auto& event = *static_cast<AutoEvent*>(object);
-            return WaitFor(event, event.TryTake(), milliseconds);
-        }
-        if (object->Kind() == ObjectKind::Semaphore) {
-            auto& semaphore = *static_cast<UnnamedSemaphore*>(object);
-            return WaitFor(semaphore, semaphore.TryTake(), milliseconds);
-        }
+    if (object == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
     }
-    return WaitForOther(object, milliseconds);
+    // What passes at once reads no clock.
+    EventObject* const event = EventOf(object);
+    UnnamedSemaphore* const semaphore = SemaphoreOf(object);
+    if ((event != nullptr && event->TryPass()) || (semaphore != nullptr && semaphore->TryTake())) {
+        return WAIT_OBJECT_0;
+    }
+    const Deadline deadline = Deadline::After(milliseconds);
+    return IsObject(object) ? object->Wait(deadline) : WaitInVain(deadline);
 }
 
 BOOL CloseHandle(HANDLE object)

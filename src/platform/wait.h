@@ -57,6 +57,13 @@ inline HANDLE GetCurrentThread()
     return reinterpret_cast<HANDLE>(std::intptr_t{-2});
 }
 
+// Neither null nor a pseudo handle.
+inline bool IsObject(HANDLE handle)
+{
+    return reinterpret_cast<std::uintptr_t>(handle) - 1 <
+           reinterpret_cast<std::uintptr_t>(GetCurrentThread()) - 1;
+}
+
 struct SECURITY_ATTRIBUTES;
 
 extern "C"

@@ -73,6 +73,7 @@ bool WaitQueue::Remove(Waiter& waiter)
     waiter.m_isQueued = false;
     (waiter.m_previous != nullptr ? waiter.m_previous->m_next : m_first) = waiter.m_next;
     (waiter.m_next != nullptr ? waiter.m_next->m_previous : m_last) = waiter.m_previous;
+    waiter.m_next = nullptr; // what is taken is a chain of its own
     return true;
 }
 
