@@ -98,7 +98,7 @@ private:
 
 void InitializeConditionVariable(CONDITION_VARIABLE* condition)
 {
-    InitializeCriticalSection(&condition->lock);
+    InitializeCriticalSectionAndSpinCount(&condition->lock, kQueueLockSpin);
     condition->queue = WaitQueue();
     condition->waiters.store(0);
 }

@@ -23,15 +23,6 @@ void Initialize(CRITICAL_SECTION& section, DWORD spin)
     section.DebugInfo = &section.debug;
 }
 
-void Pause()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    __asm__ volatile("yield");
-#endif
-}
-
 bool Take(CRITICAL_SECTION& section)
 {
     std::uint32_t free = kFree;
@@ -46,7 +37,7 @@ bool Spin(CRITICAL_SECTION& section)
         if (Take(section)) {
             return true;
         }
-        Pause();
+        PauseProcessor();
     }
     return false;
 }

@@ -25,7 +25,7 @@ public:
     EventObject(ObjectKind kind, bool isSignalled)
         : KernelObject(kind), m_state(isSignalled ? kSignalled : kUnsignalled)
     {
-        InitializeCriticalSection(&m_lock);
+        InitializeCriticalSectionAndSpinCount(&m_lock, kQueueLockSpin);
     }
 
     // Tries, with one operation: if false, nothing has changed, and more may be to be done.

@@ -8,9 +8,22 @@
 #include <ctime>
 
 #include "platform/error.h"
+#include "platform/processor.h"
 
 namespace qv::platform
 {
+
+bool SpinUntilChanged(const std::atomic<std::uint32_t>& word, std::uint32_t expected)
+{
+    constexpr int kRounds = 100;
+    for (int round = HasSeveralProcessors() ? 0 : kRounds; round < kRounds; ++round) {
+        if (word.load(std::memory_order_acquire) != expected) {
+            return true;
+        }
+        PauseProcessor();
+    }
+    return false;
+}
 
 void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected)
 {

@@ -9,6 +9,10 @@
 namespace qv::platform
 {
 
+// Looks for a moment, shorter than a sleep, whether another processor changes the word from the
+// expected value. False at once with one processor, which would only be kept from it.
+bool SpinUntilChanged(const std::atomic<std::uint32_t>& word, std::uint32_t expected);
+
 // Sleeps while the word holds the expected value. Returns early at any time: callers test again.
 void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected);
 

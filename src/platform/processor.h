@@ -18,4 +18,14 @@ extern "C"
 // True if two threads of this process may run at once. Asked of the system at the first call.
 bool HasSeveralProcessors();
 
+// In a loop that waits for another processor: gives way to it for some ten cycles.
+inline void PauseProcessor()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    __asm__ volatile("yield");
+#endif
+}
+
 } // namespace qv::platform

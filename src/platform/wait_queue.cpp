@@ -7,10 +7,11 @@ namespace qv::platform
 
 void Waiter::Grant()
 {
-    const std::atomic<std::uint32_t>* const word = &m_granted;
+    const std::atomic<std::uint32_t>* const word = &m_state;
     // From here on the waiter may be gone, and its stack with it: only the address is used.
-    m_granted.store(1, std::memory_order_release);
-    FutexWake(word, 1);
+    if (m_state.exchange(kGranted) == kAsleep) {
+        FutexWake(word, 1);
+    }
 }
 
 void Waiter::GrantAll(Waiter* first)
@@ -24,9 +25,13 @@ void Waiter::GrantAll(Waiter* first)
 
 bool Waiter::AwaitGrant(const Deadline& deadline)
 {
-    while (m_granted.load(std::memory_order_acquire) == 0) {
-        if (!FutexWaitUntil(m_granted, 0, deadline)) {
-            return m_granted.load(std::memory_order_acquire) != 0;
+    std::uint32_t seen = kAwake;
+    if (!SpinUntilChanged(m_state, kAwake)) {
+        m_state.compare_exchange_strong(seen, kAsleep);
+    }
+    while (m_state.load(std::memory_order_acquire) != kGranted) {
+        if (!FutexWaitUntil(m_state, kAsleep, deadline)) {
+            return m_state.load(std::memory_order_acquire) == kGranted;
         }
     }
     return true;

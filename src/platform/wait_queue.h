@@ -31,11 +31,18 @@ public:
 private:
     friend class WaitQueue;
 
-    std::atomic<std::uint32_t> m_granted{0};
+    static constexpr std::uint32_t kAwake = 0;
+    static constexpr std::uint32_t kAsleep = 1;
+    static constexpr std::uint32_t kGranted = 2;
+
+    std::atomic<std::uint32_t> m_state{kAwake};
     Waiter* m_next = nullptr;
     Waiter* m_previous = nullptr;
     bool m_isQueued = false;
 };
+
+// For the lock of a queue: it is held for less time than a sleep takes.
+inline constexpr DWORD kQueueLockSpin = 100;
 
 // To be used under a lock of the owner's. All zero is an empty queue.
 class WaitQueue
