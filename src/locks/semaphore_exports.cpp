@@ -91,6 +91,11 @@ QVRESULT QVSemaphoreGetValue(QVSemaphore /*semaphore*/, int32_t* valueOut)
 
 QVRESULT QVNamedSemOpen(const char* name, int32_t initialCount, QVSemaphore* handleOut)
 {
+    if (name == nullptr) {
+        // Not the empty name, under which others meet.
+        *handleOut = QV_SEMAPHORE_NONE;
+        return E_INVALIDARG;
+    }
     constexpr uint32_t kOpenFlags = 3;
     return QVSemaphoreCreate(initialCount, name, kOpenFlags, handleOut);
 }
