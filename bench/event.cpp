@@ -20,6 +20,7 @@
 #include <string>
 #include <thread>
 
+#include "empty_calls.h"
 #include "pin.h"
 #include "ratio.h"
 
@@ -187,6 +188,18 @@ private:
     int m_descriptor;
 };
 
+// What two exported calls cost that do nothing.
+class Empty
+{
+public:
+    explicit Empty(Kind /*kind*/) {}
+    void Signal() { EmptyExportedAcquire(m_object); }
+    void Wait() { EmptyExportedRelease(m_object); }
+
+private:
+    EmptyObject* m_object = MakeEmptyObject();
+};
+
 template <class Event> void Manual(benchmark::State& state)
 {
     Event event(Kind::Manual);
@@ -251,6 +264,7 @@ bool AddAll()
 {
     Add<OurEvent>("QVEvent");
     benchmark::RegisterBenchmark("event/manual/QVGate", Manual<OurGate>);
+    benchmark::RegisterBenchmark("event/auto/empty", Auto<Empty>);
     Add<Standard>("std::condition_variable");
     AddPingPong<OurEvent>("QVEvent");
     AddPingPong<Standard>("std::condition_variable");
@@ -278,6 +292,7 @@ const bool g_added = bench::AddGoals({
     {"auto-reset event", "event/auto/QVEvent", "event/auto/" + kStandard, 0.3},
     {"auto-reset event", "event/auto/QVEvent", "event/auto/Poco::Event", 0.3},
     {"auto-reset event", "event/auto/QVEvent", "event/auto/apr_thread_cond", 0.3},
+    {"auto-reset event", "event/auto/QVEvent", "event/auto/empty", 0},
     {"two events, round trip", "event/pingpong/QVEvent", "event/pingpong/" + kStandard, 1.05},
     {"two events, round trip", "event/pingpong/QVEvent", "event/pingpong/eventfd", 1.05},
 });

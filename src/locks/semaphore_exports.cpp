@@ -1,6 +1,7 @@
 #include <qvcore6/semaphore.h>
 
 #include <memory>
+#include <utility>
 
 #include "frame/boundary.h"
 #include "locks/wait_record.h"
@@ -57,7 +58,11 @@ QVRESULT QVSemaphoreCreate(int32_t initialCount, const char* name, uint32_t flag
 
 QVRESULT QVSemaphoreDestroy(QVSemaphore semaphore)
 {
-    delete FromHandle(semaphore);
+    const std::unique_ptr<WaitRecord> record(FromHandle(semaphore));
+    if (record != nullptr) {
+        // Not left to a destructor: a cancelled thread may end while it closes a named one.
+        CloseHandle(std::exchange(record->m_handle, nullptr));
+    }
     return S_OK;
 }
 

@@ -255,7 +255,7 @@ TEST(Wait, TimeOutsHoldUnderSignals)
 TEST(Wait, ObjectsMayGoOnceTheWaitHasPassed)
 {
     for (const Kind& kind : Kinds()) {
-        for (int round = 0; round < 400; ++round) {
+        for (int round = 0; round < 200; ++round) {
             void* const object = kind.create();
             std::thread waiter([&] {
                 kind.wait(object);
