@@ -4,6 +4,7 @@
 #include "component/managers.h"
 #include "frame/exception.h"
 #include "frame/global_data.h"
+#include "process/managers.h"
 
 namespace qv::core
 {
@@ -34,6 +35,11 @@ CQVLibraryManager& LibraryManager()
 CQVModuleManager& ModuleManager()
 {
     return Made(g_globalData.m_moduleManager);
+}
+
+CQVThreadManager& ThreadManager()
+{
+    return Made(g_globalData.m_clientData).m_threadManager;
 }
 
 } // namespace qv::core

@@ -123,36 +123,43 @@ BOOL DllMain(void* /*instance*/, DWORD reason, void* reserved)
     return kTrue;
 }
 
-// The child must find every table whole and every lock free, so both tables stand still meanwhile.
+// The child must find every table whole and every lock free, so the tables stand still meanwhile.
 void ForkNotification(ForkStage stage)
 {
     CQVModuleManager* const modules = g_globalData.m_moduleManager;
-    CQVFactoryManager* const factories = g_globalData.m_clientData != nullptr
-                                             ? &g_globalData.m_clientData->m_factoryManager
-                                             : nullptr;
+    CQVClientData* const client = g_globalData.m_clientData;
     switch (stage) {
     case ForkStage::Prepare:
-        if (factories != nullptr) {
-            factories->PrepareFork();
+        if (client != nullptr) {
+            client->m_factoryManager.PrepareFork();
         }
         if (modules != nullptr) {
             modules->PrepareFork();
         }
+        if (client != nullptr) {
+            client->m_threadManager.PrepareFork();
+        }
         break;
     case ForkStage::Parent:
+        if (client != nullptr) {
+            client->m_threadManager.ParentAfterFork();
+        }
         if (modules != nullptr) {
             modules->ParentAfterFork();
         }
-        if (factories != nullptr) {
-            factories->ParentAfterFork();
+        if (client != nullptr) {
+            client->m_factoryManager.ParentAfterFork();
         }
         break;
     case ForkStage::Child:
+        if (client != nullptr) {
+            client->m_threadManager.ChildAfterFork();
+        }
         if (modules != nullptr) {
             modules->ChildAfterFork();
         }
-        if (factories != nullptr) {
-            factories->ChildAfterFork();
+        if (client != nullptr) {
+            client->m_factoryManager.ChildAfterFork();
         }
         break;
     }

@@ -11,6 +11,7 @@
 #include "platform/critical_section.h"
 #include "platform/library_counts.h"
 #include "platform/registry_store.h"
+#include "platform/thread.h"
 
 namespace qv::platform
 {
@@ -80,6 +81,9 @@ bool OtherThreadsLive()
 // Never waits for an unload: the code that waits would be gone at its end.
 void OnFork(ForkStage stage)
 {
+    if (stage == ForkStage::Child) {
+        ForgetThreads();
+    }
     if (stage == ForkStage::Prepare) {
         t_forkIsTold = TryEnterCriticalSection(&g_changing) != kFalse;
     }
@@ -97,6 +101,7 @@ void OnFork(ForkStage stage)
 {
     pthread_atfork([] { OnFork(ForkStage::Prepare); }, [] { OnFork(ForkStage::Parent); },
                    [] { OnFork(ForkStage::Child); });
+    TakeProcessors();
     const Changing changing;
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
