@@ -3,6 +3,8 @@
 
 #include <qvcore6/thread.h>
 
+#include <cstdint>
+
 class CQVThreadManager;
 
 namespace qv::core
