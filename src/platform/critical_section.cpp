@@ -81,7 +81,8 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section)
 
 LONG EnterHeldCriticalSection(CRITICAL_SECTION* section)
 {
-    if (!Spin(*section)) {
+    // Tried first, as a thread's first entry comes here even if the section is free.
+    if (!Take(*section) && !Spin(*section)) {
         bool counted = false;
         // Once somebody has slept the word goes on saying so: no sleeper is forgotten.
         while (section->word.exchange(kHeldAndAwaited, std::memory_order_acquire) != kFree) {

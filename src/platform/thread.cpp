@@ -53,6 +53,15 @@ DWORD ErrorFromThreads(int error)
     }
 }
 
+// The kernel has told the C library the id before either thread goes on, and the number of the
+// thread's clock is made of it: all bits but the lower three, inverted. So nobody waits for the new
+// thread to tell, nor asks the kernel. 0 for a thread that has ended.
+DWORD IdOf(pthread_t thread)
+{
+    clockid_t clock = 0;
+    return pthread_getcpuclockid(thread, &clock) == 0 ? static_cast<DWORD>(~(clock >> 3)) : 0;
+}
+
 class Thread final : public KernelObject
 {
 public:
@@ -119,6 +128,7 @@ void* Thread::Run(void* thread)
     auto* const self = static_cast<Thread*>(thread);
     unsigned (*const routine)(void*) = self->m_routine;
     void* const argument = self->m_argument;
+    t_threadId = IdOf(pthread_self());
     self->m_id.store(GetCurrentThreadId(), std::memory_order_release);
     self->Drop();
     return reinterpret_cast<void*>(std::uintptr_t{routine(argument)});
@@ -147,16 +157,10 @@ int Thread::Begin(unsigned stackSize)
     return error;
 }
 
-// The kernel has told the C library the id before its creator goes on, and the number of the
-// thread's clock is made of it: all bits but the lower three, inverted. So nobody waits for the
-// thread to tell. One that has ended has told.
 DWORD Thread::Id() const
 {
-    clockid_t clock = 0;
-    if (pthread_getcpuclockid(m_thread, &clock) == 0) {
-        return static_cast<DWORD>(~(clock >> 3));
-    }
-    return m_id.load(std::memory_order_acquire);
+    const DWORD id = IdOf(m_thread);
+    return id != 0 ? id : m_id.load(std::memory_order_acquire); // it has ended, so it has told
 }
 
 DWORD Thread::Refusal() const
