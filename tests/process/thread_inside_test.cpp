@@ -167,7 +167,11 @@ protected:
     }
     void TearDown() override { Set({}); }
 
-    QVRESULT Create() { return QVThreadCreate(CountRun, nullptr, 0, 0, &m_thread, &m_id); }
+    QVRESULT Create()
+    {
+        m_blocks = qv::test::LiveBlocks();
+        return QVThreadCreate(CountRun, nullptr, 0, 0, &m_thread, &m_id);
+    }
     void ExpectNothingLeft() const
     {
         EXPECT_EQ(g_openHandles, 0);
@@ -192,10 +196,7 @@ TEST_F(ThreadFaults, CreationSurvivesEveryFailedAllocation)
 {
     QVRESULT result = S_OK;
     const long failures = qv::test::SweepAllocations(
-        [&] {
-            m_blocks = qv::test::LiveBlocks();
-            result = Create();
-        },
+        [&] { result = Create(); },
         [&](long n, bool failed) {
             EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK) << n;
             if (failed) {
