@@ -27,7 +27,8 @@ void Posix(benchmark::State& state)
     for (auto _ : state) {
         pthread_t thread{};
         void* value = nullptr;
-        pthread_create(&thread, nullptr, [](void* argument) { return argument; }, nullptr);
+        pthread_create(
+            &thread, nullptr, [](void* argument) { return argument; }, nullptr);
         if (pthread_join(thread, &value) != 0) {
             state.SkipWithError("no thread");
             break;

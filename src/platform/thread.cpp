@@ -68,8 +68,7 @@ public:
     Thread(unsigned (*routine)(void*), void* argument)
         : KernelObject(ObjectKind::Thread), m_routine(routine), m_argument(argument),
           m_generation(g_generation.load(std::memory_order_relaxed))
-    {
-    }
+    {}
 
     // An error of the C library's, 0 for none.
     int Begin(unsigned stackSize);
@@ -173,8 +172,7 @@ DWORD Thread::Refusal() const
 
 DWORD Thread::ExitCode()
 {
-    const bool isOver =
-        Refusal() == ERROR_SUCCESS && Wait(Deadline::After(0)) == WAIT_OBJECT_0;
+    const bool isOver = Refusal() == ERROR_SUCCESS && Wait(Deadline::After(0)) == WAIT_OBJECT_0;
     return isOver ? m_exitCode : STILL_ACTIVE;
 }
 

@@ -22,8 +22,7 @@ class ThreadUse
 public:
     ThreadUse(CQVThreadManager& manager, QVThread thread)
         : m_manager(manager), m_id(thread), m_record(manager.BeginUse(thread))
-    {
-    }
+    {}
     ~ThreadUse()
     {
         if (m_record) {

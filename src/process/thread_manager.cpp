@@ -40,7 +40,8 @@ void CQVThreadManager::Add(std::uint32_t id, HANDLE handle)
         const LockGuard lock(m_mapMutex.Get());
         std::swap(m_map[id], replaced);
         // Nobody can reach the ended thread any more, but for a join that is about to close it.
-        closes = replaced && !replaced->IsAdopted() && !replaced->m_givenUp && replaced->m_uses == 0;
+        closes =
+            replaced && !replaced->IsAdopted() && !replaced->m_givenUp && replaced->m_uses == 0;
     }
     if (closes) {
         CloseHandle(replaced->m_handle);

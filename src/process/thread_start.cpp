@@ -62,8 +62,8 @@ private:
     std::atomic<Order> m_order{Order::Wait};
 };
 
-// The post lets the thread go. Should it have failed, or the wait for it, then the order tells, if a
-// little later: a new thread never runs before the post, and does not stay for ever.
+// The post lets the thread go. Should it have failed, or the wait for it, then the order tells, if
+// a little later: a new thread never runs before the post, and does not stay for ever.
 bool ThreadStart::AwaitOrder()
 {
     constexpr DWORD kLookAnyway = 50;

@@ -4,6 +4,8 @@
 #include <qvcore6/mutex.h>
 #include <qvcore6/registry.h>
 #include <qvcore6/result.h>
+#include <qvcore6/semaphore.h>
+#include <qvcore6/thread.h>
 
 #include <dlfcn.h>
 #include <sys/wait.h>
@@ -44,7 +46,7 @@ bool UseMutex()
 }
 
 // Never leaves the library for long.
-void StayInside()
+[[noreturn]] void StayInside()
 {
     ++g_busy;
     for (;;) {
@@ -61,6 +63,46 @@ void StartBusyThreads()
     while (g_busy != 3) {
         std::this_thread::yield();
     }
+}
+
+QVThread Create(QVThreadEntry entry, void* argument)
+{
+    QVThread thread;
+    uint32_t id;
+    return QV_CALL(QVThreadCreate)(entry, argument, 0, 0, &thread, &id) == S_OK ? thread
+                                                                                : QV_THREAD_NONE;
+}
+
+// Threads of the library's that run, wait for ever, sleep, join one another, and come and go.
+bool StartCreatedThreads()
+{
+    static QVSemaphore never;
+    static QVThread waiting;
+    QV_CALL(QVSemaphoreCreate)(0, "never", 0, &never);
+    waiting = Create([](void*) { return static_cast<uint32_t>(QV_CALL(QVSemaphoreWait)(never)); },
+                     nullptr);
+    const QVThreadEntry entries[] = {
+        [](void*) -> uint32_t { StayInside(); },
+        [](void*) { return static_cast<uint32_t>(QV_CALL(QVThreadJoin)(waiting, nullptr)); },
+        [](void*) -> uint32_t {
+            QV_CALL(QVSleep)(0xFFFFFFFF);
+            std::abort();
+        },
+        [](void*) -> uint32_t {
+            for (++g_busy;;) {
+                QV_CALL(QVThreadJoin)(Create([](void*) { return 1u; }, nullptr), nullptr);
+                QV_CALL(QVThreadDetach)(Create([](void*) { return 1u; }, nullptr));
+            }
+        },
+    };
+    bool isGood = waiting != QV_THREAD_NONE;
+    for (const QVThreadEntry entry : entries) {
+        isGood = isGood && Create(entry, nullptr) != QV_THREAD_NONE;
+    }
+    while (isGood && g_busy != 2) {
+        std::this_thread::yield();
+    }
+    return isGood;
 }
 
 bool UseLocksAndStore()
@@ -162,6 +204,15 @@ int main(int argc, char** argv)
     if (how == "quick-exit-busy") {
         StartBusyThreads();
         std::quick_exit(42);
+    }
+    if (how == "return-created") {
+        return StartCreatedThreads() ? 42 : 1;
+    }
+    if (how == "exit-from-created") {
+        const bool isGood = StartCreatedThreads();
+        QV_CALL(QVThreadJoin)
+        (Create([](void*) -> uint32_t { std::exit(42); }, nullptr), nullptr);
+        return isGood ? 2 : 1;
     }
     if (how == "fork") {
         return UseTheLibrary() && Succeeds(UseTheLibrary) && UseTheLibrary() ? 42 : 1;

@@ -16,8 +16,9 @@ int ExitCodeOf(const std::string& program, const std::string& how)
 
 TEST(Ending, KeepsTheExitCode)
 {
-    const char* const ways[] = {"return", "return-busy", "exit-from-thread", "quick-exit-busy",
-                                "fork",   "fork-busy",   "fork-held"};
+    const char* const ways[] = {"return",          "return-busy",    "exit-from-thread",
+                                "quick-exit-busy", "fork",           "fork-busy",
+                                "fork-held",       "return-created", "exit-from-created"};
     for (const char* const program : {QV_TEST_LINKED, QV_TEST_DLOPENED, QV_TEST_EARLY}) {
         for (const char* const way : ways) {
             // The sanitizers' own allocator may be locked for ever in a child of a busy process.

@@ -4,6 +4,7 @@
 #include <qvcore6/module.h>
 #include <qvcore6/mutex.h>
 #include <qvcore6/result.h>
+#include <qvcore6/thread.h>
 
 #include <clocale>
 #include <string_view>
@@ -192,6 +193,18 @@ TEST_F(StartStop, WithoutTaskAllocatorTheRestIsUp)
     EXPECT_EQ(QVComFree(nullptr), S_OK);
 }
 
+// The result of a thread's creation, after its join.
+QVRESULT UseThread()
+{
+    QVThread thread = 9;
+    uint32_t id = 9;
+    const QVRESULT created = QVThreadCreate([](void*) { return 1u; }, nullptr, 0, 0, &thread, &id);
+    EXPECT_EQ(thread, created == S_OK ? id : QV_THREAD_NONE);
+    EXPECT_EQ(QVThreadJoin(thread, nullptr) == S_OK, created == S_OK);
+    EXPECT_EQ(QVThreadIsFinished(thread), 1);
+    return created;
+}
+
 TEST_F(StartStop, EveryAllocationMayFail)
 {
     const GUID clsid{};
@@ -208,6 +221,7 @@ TEST_F(StartStop, EveryAllocationMayFail)
             // A table without its mutex comes up all the same; its functions then refuse.
             EXPECT_TRUE(result == S_OK || (failed && result == E_OUTOFMEMORY)) << n;
             EXPECT_TRUE(QVModuleSetInitialized(5, 1) == S_OK || failed) << n;
+            EXPECT_TRUE(UseThread() == S_OK || failed) << n;
             object = &object;
             EXPECT_LT(QVComGetClassObject(&clsid, &clsid, &object), 0) << n;
             EXPECT_EQ(object, nullptr) << n;
@@ -228,6 +242,7 @@ TEST_F(StartStop, TheNotificationNeverFails)
     QVMutex mutex = nullptr;
     EXPECT_EQ(QVMutexCreate("x", 0, &mutex), E_FAIL);
     EXPECT_EQ(mutex, QV_MUTEX_NONE);
+    EXPECT_EQ(UseThread(), E_FAIL);
     EXPECT_NE(DllMain(nullptr, 2, nullptr), 0);
     EXPECT_NE(DllMain(nullptr, DLL_PROCESS_DETACH, nullptr), 0);
     ExpectDown();

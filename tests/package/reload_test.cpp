@@ -3,6 +3,7 @@
 
 #include <qvcore6/mutex.h>
 #include <qvcore6/result.h>
+#include <qvcore6/thread.h>
 
 #include <dlfcn.h>
 #include <malloc.h>
@@ -121,6 +122,27 @@ TEST(Reload, UnloadsUnderThreadThatUsedIt)
         library.reset();
         EXPECT_EQ(MapLines("libqvcore6.so"), 0) << "round " << round;
     }
+}
+
+// A join that returned while the thread still had code of the library to run would let it crash.
+TEST(Reload, UnloadsRightAfterJoins)
+{
+    for (int round = 0; round < 200; ++round) {
+        const Library library = Load(QV_LIBRARY);
+        const auto create = Get<decltype(QVThreadCreate)>(library, "QVThreadCreate");
+        const auto join = Get<decltype(QVThreadJoin)>(library, "QVThreadJoin");
+        QVThread threads[3] = {};
+        uint32_t id = 0;
+        for (QVThread& thread : threads) {
+            ASSERT_EQ(create([](void*) { return 4u; }, nullptr, 0, 0, &thread, &id), S_OK);
+        }
+        for (const QVThread thread : threads) {
+            uint32_t exitCode = 0;
+            EXPECT_EQ(join(thread, &exitCode), S_OK);
+            EXPECT_EQ(exitCode, 4u);
+        }
+    }
+    EXPECT_EQ(MapLines("libqvcore6.so"), 0);
 }
 
 TEST(Reload, ServesConstructorsAndDestructorsOfLaterLibraries)

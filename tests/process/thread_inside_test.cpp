@@ -91,9 +91,9 @@ extern "C"
     int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*routine)(void*), void* argument)
     {
-        return Fails(Call::PthreadCreate) ? static_cast<int>(g_fault.error)
-                                          : __real_pthread_create(thread, attributes, routine,
-                                                                  argument);
+        return Fails(Call::PthreadCreate)
+                   ? static_cast<int>(g_fault.error)
+                   : __real_pthread_create(thread, attributes, routine, argument);
     }
     HANDLE __wrap_CreateSemaphoreA(const SECURITY_ATTRIBUTES* attributes, LONG initialCount,
                                    LONG maximumCount, const char* name)
@@ -195,17 +195,17 @@ protected:
 TEST_F(ThreadFaults, CreationSurvivesEveryFailedAllocation)
 {
     QVRESULT result = S_OK;
-    const long failures = qv::test::SweepAllocations(
-        [&] { result = Create(); },
-        [&](long n, bool failed) {
-            EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK) << n;
-            if (failed) {
-                ExpectNoThread();
-            } else {
-                EXPECT_EQ(QVThreadJoin(m_thread, nullptr), S_OK);
-                ExpectNothingLeft();
-            }
-        });
+    const long failures =
+        qv::test::SweepAllocations([&] { result = Create(); },
+                                   [&](long n, bool failed) {
+                                       EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK) << n;
+                                       if (failed) {
+                                           ExpectNoThread();
+                                       } else {
+                                           EXPECT_EQ(QVThreadJoin(m_thread, nullptr), S_OK);
+                                           ExpectNothingLeft();
+                                       }
+                                   });
     EXPECT_GE(failures, 6) << "start record, semaphore and its object, thread, record and its node";
 }
 
