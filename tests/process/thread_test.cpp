@@ -243,6 +243,7 @@ TEST(Thread, EndsByThePlatformsCallsAndIsJoined)
     }
 }
 
+#ifndef __SANITIZE_THREAD__ // which loses track of a join that is cancelled
 TEST(Thread, CanBeJoinedAfterAJoinThatWasCancelled)
 {
     Barrier barrier;
@@ -265,6 +266,8 @@ TEST(Thread, CanBeJoinedAfterAJoinThatWasCancelled)
     ExpectExitCode(thread, 2);
     ExpectGone(thread);
 }
+
+#endif
 
 using ThreadDeathTest = testing::Test;
 
@@ -319,14 +322,16 @@ TEST(Thread, AForkedChildHasOneThreadWhichIsItsFirst)
         if (child == 0) {
             alarm(60);
             const QVThread self = QVThreadGetID();
+            bool isRight = self == static_cast<QVThread>(getpid()) && self != before &&
+                           QVThreadJoin(self, nullptr) == E_NOTIMPL &&
+                           QVThreadIsFinished(self) == 0 && QVThreadIsFinished(other) == 1 &&
+                           QVThreadJoin(other, nullptr) == E_HANDLE &&
+                           QVThreadDetach(before) == E_HANDLE;
+#ifndef __SANITIZE_THREAD__ // which allows no threads in a child of several
             Body returns = [] { return 5u; };
             uint32_t exitCode = 0;
-            const bool isRight = self == static_cast<QVThread>(getpid()) && self != before &&
-                                 QVThreadJoin(self, nullptr) == E_NOTIMPL &&
-                                 QVThreadIsFinished(self) == 0 && QVThreadIsFinished(other) == 1 &&
-                                 QVThreadJoin(other, nullptr) == E_HANDLE &&
-                                 QVThreadDetach(before) == E_HANDLE &&
-                                 QVThreadJoin(Start(returns), &exitCode) == S_OK && exitCode == 5;
+            isRight = isRight && QVThreadJoin(Start(returns), &exitCode) == S_OK && exitCode == 5;
+#endif
             _exit(isRight ? 42 : 1);
         }
         int status = 0;
