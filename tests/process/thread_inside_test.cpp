@@ -146,10 +146,14 @@ uint32_t CountRun(void*)
     return 7;
 }
 
-#ifdef __SANITIZE_THREAD__
+#ifdef __SANITIZE_THREAD__ // has a thread of its own, and knows no timed joins
 constexpr int kOwnThreads = 2;
+constexpr DWORD kShort = 0;
+constexpr DWORD kLong = INFINITE;
 #else
 constexpr int kOwnThreads = 1;
+constexpr DWORD kShort = 1;
+constexpr DWORD kLong = 60000;
 #endif
 
 // A thread that has been joined may stay visible for a moment.
@@ -360,7 +364,8 @@ TEST(ThreadHandle, WaitsAndExitCode)
         DWORD milliseconds;
         std::atomic<int>& passed;
     };
-    Waiter waiters[] = {{thread, 1, passed}, {thread, INFINITE, passed}, {thread, 60000, passed}};
+    Waiter waiters[] = {
+        {thread, kShort, passed}, {thread, INFINITE, passed}, {thread, kLong, passed}};
     HANDLE handles[3];
     for (int i = 0; i < 3; ++i) {
         const auto wait = [](void* argument) {
