@@ -67,9 +67,9 @@ private:
 bool ThreadStart::AwaitOrder()
 {
     constexpr DWORD kLookAnyway = 50;
-    const auto& handshake = *reinterpret_cast<const WaitRecord*>(m_handshake);
+    const HANDLE handshake = reinterpret_cast<const WaitRecord*>(m_handshake)->m_handle;
     for (;;) {
-        const QVRESULT posted = WaitForRecord(handshake, kLookAnyway, QV_E_TIMEOUT);
+        const QVRESULT posted = ResultOfWait(handshake, kLookAnyway, QV_E_TIMEOUT);
         const Order order = m_order;
         if (posted >= 0 || order != Order::Wait) {
             return order != Order::End;

@@ -1,6 +1,7 @@
 // Threads with each allocation and each platform call failing, and the table beneath the exports.
 #include <gtest/gtest.h>
 #include <qvcore6/result.h>
+#include <qvcore6/semaphore.h>
 #include <qvcore6/thread.h>
 
 #include <pthread.h>
@@ -28,7 +29,7 @@ enum class Call
     BeginThread,
     PthreadCreate,
     CreateSemaphore,
-    ReleaseSemaphore,
+    Post,
     Wait,
     Close,
     ExitCode,
@@ -72,7 +73,7 @@ extern "C"
     decltype(_beginthreadex) __real__beginthreadex;
     decltype(pthread_create) __real_pthread_create;
     decltype(CreateSemaphoreA) __real_CreateSemaphoreA;
-    decltype(ReleaseSemaphore) __real_ReleaseSemaphore;
+    decltype(QVSemaphorePost) __real_QVSemaphorePost;
     decltype(WaitForSingleObject) __real_WaitForSingleObject;
     decltype(CloseHandle) __real_CloseHandle;
     decltype(GetExitCodeThread) __real_GetExitCodeThread;
@@ -108,11 +109,9 @@ extern "C"
         g_openHandles += handle != nullptr;
         return handle;
     }
-    BOOL __wrap_ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount)
+    QVRESULT __wrap_QVSemaphorePost(QVSemaphore semaphore)
     {
-        return Fails(Call::ReleaseSemaphore)
-                   ? kFalse
-                   : __real_ReleaseSemaphore(semaphore, count, previousCount);
+        return Fails(Call::Post) ? QVResultFromNative(g_error) : __real_QVSemaphorePost(semaphore);
     }
     DWORD __wrap_WaitForSingleObject(HANDLE object, DWORD milliseconds)
     {
@@ -234,8 +233,8 @@ TEST_F(ThreadFaults, CreationSurvivesEveryFailedCall)
         {{Call::PthreadCreate, EAGAIN}, E_FAIL},
         {{Call::PthreadCreate, ENOMEM}, E_OUTOFMEMORY},
         {{Call::PthreadCreate, EPERM}, E_ACCESSDENIED},
-        {{Call::ReleaseSemaphore, ERROR_INVALID_HANDLE, true}, E_HANDLE},
-        {{Call::ReleaseSemaphore, ERROR_TOO_MANY_POSTS}, E_FAIL},
+        {{Call::Post, ERROR_INVALID_HANDLE, true}, E_HANDLE},
+        {{Call::Post, ERROR_TOO_MANY_POSTS}, E_FAIL},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows);
