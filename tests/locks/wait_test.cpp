@@ -270,26 +270,6 @@ TEST(Wait, ObjectsMayGoOnceTheWaitHasPassed)
     }
 }
 
-// Signals that come as the time runs out are neither lost nor taken twice.
-TEST(Wait, SignalsAtTheDeadlineAreTakenOrStay)
-{
-    QVEvent event = QV_EVENT_NONE;
-    ASSERT_EQ(QVEventCreate("", 0, &event), S_OK);
-    for (int round = 0; round < 300; ++round) {
-        std::atomic<int> taken{0};
-        {
-            const auto wait = [&] { taken += QVEventTimedWait(event, 1) == S_OK; };
-            const std::jthread first(wait);
-            const std::jthread second(wait);
-            std::this_thread::sleep_for(std::chrono::microseconds(900 + round));
-            QVEventSignal(event);
-        }
-        taken += QVEventTimedWait(event, 0) == S_OK;
-        ASSERT_EQ(taken, 1) << round;
-    }
-    QVEventDestroy(event);
-}
-
 // An auto-reset event and a semaphore of one serve as locks; what they guard is not atomic.
 TEST(Wait, ExcludesAndOrders)
 {
