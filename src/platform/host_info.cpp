@@ -1,6 +1,7 @@
 #include "platform/host_info.h"
 
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include "platform/error.h"
 
@@ -21,12 +22,9 @@ DWORD NextNumber(const char*& text)
     return number;
 }
 
-} // namespace
-
-BOOL GetVersionExW(OSVERSIONINFOW* version)
+template <class Version> BOOL FillVersion(Version* version)
 {
-    static_assert(sizeof(OSVERSIONINFOW) == 276);
-    if (version->dwOSVersionInfoSize != sizeof(OSVERSIONINFOW)) {
+    if (version->dwOSVersionInfoSize != sizeof(Version)) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return kFalse;
     }
@@ -42,12 +40,26 @@ BOOL GetVersionExW(OSVERSIONINFOW* version)
     return kTrue;
 }
 
-ProcessHandle GetCurrentProcess()
+} // namespace
+
+BOOL GetVersionExW(OSVERSIONINFOW* version)
 {
-    return -1;
+    static_assert(sizeof(OSVERSIONINFOW) == 276);
+    return FillVersion(version);
 }
 
-BOOL IsWow64Process(ProcessHandle /*process*/, BOOL* isWow64)
+BOOL GetVersionExA(OSVERSIONINFOA* version)
+{
+    static_assert(sizeof(OSVERSIONINFOA) == 148);
+    return FillVersion(version);
+}
+
+DWORD GetCurrentProcessId()
+{
+    return static_cast<DWORD>(getpid());
+}
+
+BOOL IsWow64Process(HANDLE /*process*/, BOOL* isWow64)
 {
     *isWow64 = kFalse;
     return kTrue;

@@ -61,7 +61,7 @@ extern "C"
         return result;
     }
 
-    BOOL __wrap_IsWow64Process(ProcessHandle, BOOL* isWow64)
+    BOOL __wrap_IsWow64Process(HANDLE, BOOL* isWow64)
     {
         if (g_platform.wowFails) {
             return 0;
