@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/diagnostics.h"
 #include "platform/error.h"
 #include "platform/library_counts.h"
 #include "platform/path_text.h"
@@ -62,6 +63,8 @@ FARPROC BuiltInFunction(const Module* module, std::string_view name)
         {&g_kernel, "GetSystemTimePreciseAsFileTime",
          reinterpret_cast<FARPROC>(&GetSystemTimePreciseAsFileTime)},
         {&g_kernel, "GetSystemTimeAsFileTime", reinterpret_cast<FARPROC>(&GetSystemTimeAsFileTime)},
+        {&g_kernel, "WTSGetActiveConsoleSessionId",
+         reinterpret_cast<FARPROC>(&WTSGetActiveConsoleSessionId)},
         {&g_registry, "RegDeleteKeyExW", reinterpret_cast<FARPROC>(&RegDeleteKeyExW)},
     };
     for (const auto& row : rows) {

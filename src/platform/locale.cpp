@@ -239,6 +239,14 @@ int ConvertAnsi(const From* src, int srcSize, To* dest, int destSize)
 
 } // namespace
 
+int AnsiToWide(const char* src, int srcSize, WCHAR* dest, int destSize)
+{
+    const KeepErrno keepErrno;
+    UErrorCode status = U_ZERO_ERROR;
+    const std::int32_t needed = Convert(dest, destSize, src, srcSize, status);
+    return U_SUCCESS(status) || status == U_BUFFER_OVERFLOW_ERROR ? needed : -1;
+}
+
 int MultiByteToWideChar(DWORD page, DWORD flags, const char* src, int srcSize, WCHAR* dest,
                         int destSize)
 {

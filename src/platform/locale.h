@@ -23,4 +23,8 @@ extern "C"
                             int destSize, const char* defaultChar, BOOL* usedDefaultChar);
 }
 
+// For text that may be cut: converts as MultiByteToWideChar does, fills dest as far as it goes, and
+// gives the units that the whole text needs; -1 without memory. Sets no error. srcSize is above 0.
+int AnsiToWide(const char* src, int srcSize, WCHAR* dest, int destSize);
+
 } // namespace qv::platform

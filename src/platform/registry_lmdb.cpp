@@ -1,12 +1,11 @@
 #include "platform/registry_lmdb.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
 #include "platform/error.h"
+#include "platform/standard_numbers.h"
 
 namespace qv::platform
 {
@@ -16,40 +15,6 @@ namespace
 
 // A process keeps a place for each reader that it ever used at once.
 constexpr unsigned kReaders = 8192;
-
-// A program may have closed its standard streams. What it prints must not go into the store, so
-// none of LMDB's files gets their numbers.
-class StandardNumbers
-{
-public:
-    StandardNumbers()
-    {
-        int file;
-        while ((file = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0 && file <= STDERR_FILENO) {
-            m_taken[file] = fstat(file, &m_null) == 0;
-        }
-        if (file >= 0) {
-            close(file);
-        }
-    }
-    ~StandardNumbers()
-    {
-        for (int file = 0; file <= STDERR_FILENO; ++file) {
-            // Another thread may have put its own file there meanwhile.
-            struct stat now = {};
-            if (m_taken[file] && fstat(file, &now) == 0 && now.st_dev == m_null.st_dev &&
-                now.st_ino == m_null.st_ino) {
-                close(file);
-            }
-        }
-    }
-    StandardNumbers(const StandardNumbers&) = delete;
-    StandardNumbers& operator=(const StandardNumbers&) = delete;
-
-private:
-    bool m_taken[STDERR_FILENO + 1] = {};
-    struct stat m_null = {};
-};
 
 } // namespace
 
@@ -92,7 +57,7 @@ int Environment::Open(const char* path, unsigned flags, mdb_mode_t mode)
         result = mdb_env_set_maxreaders(m_environment, kReaders);
     }
     if (result == 0) {
-        const StandardNumbers taken;
+        const StandardNumbers taken; // what the program prints must not go into the store
         result = mdb_env_open(m_environment, path, flags | MDB_NOTLS, mode);
     }
     int file = -1;

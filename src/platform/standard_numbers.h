@@ -1,0 +1,24 @@
+// Keeps the numbers of the standard streams from what is opened meanwhile: a program may have
+// closed these, and what it prints must not go into a file of the layer's.
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv::platform
+{
+
+class StandardNumbers
+{
+public:
+    StandardNumbers();
+    ~StandardNumbers();
+    StandardNumbers(const StandardNumbers&) = delete;
+    StandardNumbers& operator=(const StandardNumbers&) = delete;
+
+private:
+    bool m_taken[STDERR_FILENO + 1] = {};
+    struct stat m_null = {};
+};
+
+} // namespace qv::platform
