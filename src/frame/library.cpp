@@ -9,6 +9,7 @@
 #include "component/module_manager.h"
 #include "frame/boundary.h"
 #include "frame/client_data.h"
+#include "frame/debug_lock.h"
 #include "frame/facts.h"
 #include "frame/global_data.h"
 #include "frame/platform_facts.h"
@@ -161,6 +162,7 @@ void ForkNotification(ForkStage stage)
         if (client != nullptr) {
             client->m_factoryManager.ChildAfterFork();
         }
+        core::FreeDebugLockInChild();
         break;
     }
 }
