@@ -8,8 +8,9 @@ namespace qv::platform
 StandardNumbers::StandardNumbers()
 {
     int file;
-    while ((file = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0 && file <= STDERR_FILENO) {
-        m_taken[file] = fstat(file, &m_null) == 0;
+    // Every process has a root, and a descriptor of this kind is as deaf and dumb as a closed one.
+    while ((file = open("/", O_PATH | O_CLOEXEC)) >= 0 && file <= STDERR_FILENO) {
+        m_taken[file] = fstat(file, &m_root) == 0;
     }
     if (file >= 0) {
         close(file);
@@ -21,8 +22,8 @@ StandardNumbers::~StandardNumbers()
     for (int file = 0; file <= STDERR_FILENO; ++file) {
         // Another thread may have put its own file there meanwhile.
         struct stat now = {};
-        if (m_taken[file] && fstat(file, &now) == 0 && now.st_dev == m_null.st_dev &&
-            now.st_ino == m_null.st_ino) {
+        if (m_taken[file] && fstat(file, &now) == 0 && now.st_dev == m_root.st_dev &&
+            now.st_ino == m_root.st_ino) {
             close(file);
         }
     }

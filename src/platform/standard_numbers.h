@@ -18,7 +18,7 @@ public:
 
 private:
     bool m_taken[STDERR_FILENO + 1] = {};
-    struct stat m_null = {};
+    struct stat m_root = {};
 };
 
 } // namespace qv::platform
