@@ -6,7 +6,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/error.h"
 #include "platform/locale.h"
 #include "platform/wide_format_parse.h"
 #include "platform/wide_format_show.h"
@@ -322,7 +321,6 @@ int _vsnwprintf(WCHAR* buffer, std::size_t size, const WCHAR* format, va_list ar
     if (size == 0) {
         return -1;
     }
-    const KeepErrno keep;
     WideWriter out(buffer, size);
     if (format != nullptr) {
         Formatter(out, arguments).Run(format);

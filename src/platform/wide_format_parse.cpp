@@ -1,15 +1,12 @@
 #include "platform/wide_format_parse.h"
 
 #include <climits>
-#include <string_view>
 
 namespace qv::platform
 {
 
 namespace
 {
-
-constexpr std::u16string_view kLetters = u"diuoxXeEfFgGaAsScCpn%";
 
 const WCHAR* ParseFlags(const WCHAR* at, Conversion& conversion)
 {
@@ -55,40 +52,74 @@ const WCHAR* ParseAmount(const WCHAR* at, int& number, bool& isArgument)
     return ParseNumber(at, number);
 }
 
-struct SizeRow
-{
-    std::u16string_view text;
-    ArgumentSize size;
-};
-
-// A text that begins with another one comes first.
-constexpr SizeRow kSizes[] = {
-    {u"hh", ArgumentSize::kChar},    {u"h", ArgumentSize::kShort},    {u"ll", ArgumentSize::k64},
-    {u"l", ArgumentSize::kLong},     {u"I64", ArgumentSize::k64},     {u"I32", ArgumentSize::k32},
-    {u"I", ArgumentSize::kPointer},  {u"z", ArgumentSize::kSize},     {u"j", ArgumentSize::kMost},
-    {u"t", ArgumentSize::kDistance}, {u"L", ArgumentSize::kExtended}, {u"w", ArgumentSize::kWide},
-};
-
-bool StartsWith(const WCHAR* at, std::u16string_view text)
-{
-    // A terminator differs from what is looked for, so nothing behind it is read.
-    for (const WCHAR unit : text) {
-        if (*at++ != unit) {
-            return false;
-        }
-    }
-    return true;
-}
-
 const WCHAR* ParseSize(const WCHAR* at, ArgumentSize& size)
 {
-    for (const SizeRow& row : kSizes) {
-        if (StartsWith(at, row.text)) {
-            size = row.size;
-            return at + row.text.size();
+    switch (*at) {
+    case u'h':
+        size = at[1] == u'h' ? ArgumentSize::kChar : ArgumentSize::kShort;
+        return at + (at[1] == u'h' ? 2 : 1);
+    case u'l':
+        size = at[1] == u'l' ? ArgumentSize::k64 : ArgumentSize::kLong;
+        return at + (at[1] == u'l' ? 2 : 1);
+    case u'I':
+        if (at[1] == u'6' && at[2] == u'4') {
+            size = ArgumentSize::k64;
+            return at + 3;
         }
+        if (at[1] == u'3' && at[2] == u'2') {
+            size = ArgumentSize::k32;
+            return at + 3;
+        }
+        size = ArgumentSize::kPointer;
+        return at + 1;
+    case u'z':
+        size = ArgumentSize::kSize;
+        return at + 1;
+    case u'j':
+        size = ArgumentSize::kMost;
+        return at + 1;
+    case u't':
+        size = ArgumentSize::kDistance;
+        return at + 1;
+    case u'L':
+        size = ArgumentSize::kExtended;
+        return at + 1;
+    case u'w':
+        size = ArgumentSize::kWide;
+        return at + 1;
+    default:
+        return at;
     }
-    return at;
+}
+
+bool IsLetter(WCHAR unit)
+{
+    switch (unit) {
+    case u'd':
+    case u'i':
+    case u'u':
+    case u'o':
+    case u'x':
+    case u'X':
+    case u'e':
+    case u'E':
+    case u'f':
+    case u'F':
+    case u'g':
+    case u'G':
+    case u'a':
+    case u'A':
+    case u's':
+    case u'S':
+    case u'c':
+    case u'C':
+    case u'p':
+    case u'n':
+    case u'%':
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace
@@ -101,7 +132,7 @@ const WCHAR* ParseConversion(const WCHAR* at, Conversion* conversion)
         at = ParseAmount(at + 1, conversion->precision, conversion->precisionIsArgument);
     }
     at = ParseSize(at, conversion->size);
-    if (*at == 0 || kLetters.find(*at) == std::u16string_view::npos) {
+    if (!IsLetter(*at)) {
         return at;
     }
     conversion->letter = *at;

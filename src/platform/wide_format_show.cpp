@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "platform/error.h"
 #include "platform/wide_text_multibyte.h"
 
 namespace qv::platform
@@ -145,6 +146,7 @@ void ShowInteger(WideWriter& out, const Conversion& conversion, std::u16string_v
 
 void ShowFloating(WideWriter& out, const Conversion& conversion, double value)
 {
+    const KeepErrno keep;
     const int precision = std::min(conversion.precision, kMostPrecision);
     char narrow[kMostBytes];
     WCHAR wide[kMostBytes];

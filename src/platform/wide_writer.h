@@ -28,6 +28,9 @@ public:
     void Write(WCHAR unit) { Write(std::u16string_view(&unit, 1)); }
     void Write(std::u16string_view text)
     {
+        if (text.empty()) {
+            return;
+        }
         const std::size_t fits = std::min(text.size(), Room());
         std::copy_n(text.data(), fits, m_at);
         m_at += fits;
@@ -38,6 +41,9 @@ public:
 
     void Fill(WCHAR unit, std::size_t count)
     {
+        if (count == 0) {
+            return;
+        }
         const std::size_t fits = std::min(count, Room());
         std::fill_n(m_at, fits, unit);
         m_at += fits;
