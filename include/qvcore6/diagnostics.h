@@ -24,9 +24,10 @@
  *
  * A formatted text has at most 511 units; the rest is cut, in front of a pair that does not fit.
  *
- * Any thread may call any function, also while the library starts or stops. Nothing reports a
- * failure. Traces and questions of a process take turns: while a question waits for its answer, the
- * traces of other threads wait too. Not for signal handlers.
+ * Any thread may call any function, also before the library's start and after its stop. Nothing
+ * reports a failure. Traces and questions of a process take turns: while a question waits for its
+ * answer, the traces of other threads wait too. A forked child never waits for its parent's
+ * threads. Not for signal handlers.
  */
 #ifndef QVCORE6_DIAGNOSTICS_H
 #define QVCORE6_DIAGNOSTICS_H
