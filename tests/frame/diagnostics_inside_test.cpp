@@ -380,7 +380,7 @@ TEST(Trace, WorksInAChildForkedBesideATrace)
 {
     const pid_t tester = fork();
     if (tester == 0) {
-        alarm(60);
+        alarm(40);
         g_stays = true;
         std::thread([] { QVTrace(u"never ends"); }).detach();
         while (!g_isInside) {
@@ -388,6 +388,7 @@ TEST(Trace, WorksInAChildForkedBesideATrace)
         }
         const pid_t child = fork();
         if (child == 0) {
+            alarm(20);
             g_stays = false;
             QVTrace(u"");
             QVTrace(u"");
