@@ -145,54 +145,39 @@ void Formatter::Convert()
     }
 }
 
+// In the order of ArgumentSize.
+constexpr std::size_t kBytesOf[] = {
+    sizeof(int), sizeof(char),  sizeof(short),       sizeof(long),          8,
+    4,           sizeof(void*), sizeof(std::size_t), sizeof(std::intmax_t), sizeof(std::ptrdiff_t),
+    8,           sizeof(int),
+};
+
+// Arguments of one size lie alike, whatever their type is called.
 std::int64_t Formatter::NextSigned()
 {
-    switch (m_conversion.size) {
-    case ArgumentSize::kChar:
+    switch (kBytesOf[static_cast<std::size_t>(m_conversion.size)]) {
+    case sizeof(signed char):
         return static_cast<signed char>(m_arguments.Next<int>());
-    case ArgumentSize::kShort:
+    case sizeof(short):
         return static_cast<short>(m_arguments.Next<int>());
-    case ArgumentSize::kLong:
-        return m_arguments.Next<long>();
-    case ArgumentSize::k64:
-    case ArgumentSize::kExtended:
-        return m_arguments.Next<long long>();
-    case ArgumentSize::kPointer:
-        return m_arguments.Next<std::intptr_t>();
-    case ArgumentSize::kSize:
-        return static_cast<std::make_signed_t<std::size_t>>(m_arguments.Next<std::size_t>());
-    case ArgumentSize::kMost:
-        return m_arguments.Next<std::intmax_t>();
-    case ArgumentSize::kDistance:
-        return m_arguments.Next<std::ptrdiff_t>();
-    default:
+    case sizeof(int):
         return m_arguments.Next<int>();
+    default:
+        return m_arguments.Next<long long>();
     }
 }
 
 std::uint64_t Formatter::NextUnsigned()
 {
-    switch (m_conversion.size) {
-    case ArgumentSize::kChar:
+    switch (kBytesOf[static_cast<std::size_t>(m_conversion.size)]) {
+    case sizeof(unsigned char):
         return static_cast<unsigned char>(m_arguments.Next<unsigned>());
-    case ArgumentSize::kShort:
+    case sizeof(unsigned short):
         return static_cast<unsigned short>(m_arguments.Next<unsigned>());
-    case ArgumentSize::kLong:
-        return m_arguments.Next<unsigned long>();
-    case ArgumentSize::k64:
-    case ArgumentSize::kExtended:
-        return m_arguments.Next<unsigned long long>();
-    case ArgumentSize::kPointer:
-        return m_arguments.Next<std::uintptr_t>();
-    case ArgumentSize::kSize:
-        return m_arguments.Next<std::size_t>();
-    case ArgumentSize::kMost:
-        return m_arguments.Next<std::uintmax_t>();
-    case ArgumentSize::kDistance:
-        return static_cast<std::make_unsigned_t<std::ptrdiff_t>>(
-            m_arguments.Next<std::ptrdiff_t>());
-    default:
+    case sizeof(unsigned):
         return m_arguments.Next<unsigned>();
+    default:
+        return m_arguments.Next<unsigned long long>();
     }
 }
 

@@ -9,6 +9,7 @@
 namespace qv::platform
 {
 
+// What a size means stands in the formatter, in this order.
 enum class ArgumentSize : std::uint8_t
 {
     kNone,
