@@ -246,7 +246,7 @@ template <class T> void Compare(Random& random, const std::string& format, T val
 TEST(WideFormat, NumbersAreThoseOfTheCLibrary)
 {
     Random random;
-    for (int round = 0; round < 30'000 && !HasFatalFailure(); ++round) {
+    for (int round = 0; round < 10'000 && !HasFatalFailure(); ++round) {
         const std::string head = random.Head();
         const char integer = "diuoxX"[random.Below(6)];
         const std::uint64_t bits = random.Bits();
