@@ -47,21 +47,6 @@ CQVRWLockImpl::~CQVRWLockImpl()
     QVGateDestroy(m_writerGate);
 }
 
-bool CQVRWLockImpl::NestRead(std::uint32_t thread)
-{
-    RWLockReaders::Entry* const entry = m_readers.Find(thread);
-    if (entry == nullptr) {
-        return false;
-    }
-    if (IsWriting()) {
-        ++m_savedReadCount;
-    } else {
-        AddToHoldCount(1);
-        ++entry->count;
-    }
-    return true;
-}
-
 QVRESULT CQVRWLockImpl::AddReader(std::uint32_t thread)
 {
     // Only the writer itself gets here while it writes. Its read has no entry until the writing
@@ -111,21 +96,11 @@ QVRESULT CQVRWLockImpl::DropRead(std::uint32_t thread)
     return opened;
 }
 
-QVRESULT CQVRWLockImpl::AcquireRead()
+QVRESULT CQVRWLockImpl::AcquireFirstRead(std::uint32_t thread)
 {
-    if (!IsWhole()) {
-        return E_OUTOFMEMORY;
-    }
-    const std::uint32_t self = GetCurrentThreadId();
-    {
-        const SectionHold array(m_arraySection);
-        if (NestRead(self)) {
-            return S_OK;
-        }
-    }
     const SectionHold lock(m_lockSection);
     const SectionHold array(m_arraySection);
-    return AddReader(self);
+    return AddReader(thread);
 }
 
 QVRESULT CQVRWLockImpl::TryAcquireRead()
@@ -151,7 +126,7 @@ QVRESULT CQVRWLockImpl::TryAcquireRead()
     return array ? AddReader(self) : E_FAIL;
 }
 
-QVRESULT CQVRWLockImpl::ReleaseRead()
+QVRESULT CQVRWLockImpl::ReleaseRead() noexcept
 {
     // Only the writer can see true here, and a thread that holds a read cannot see a stale false.
     if (IsWriting()) {
@@ -206,17 +181,8 @@ void CQVRWLockImpl::BeginWriting()
     m_writing.store(true, std::memory_order_relaxed);
 }
 
-QVRESULT CQVRWLockImpl::AcquireWrite()
+QVRESULT CQVRWLockImpl::AcquireFirstWrite() noexcept
 {
-    if (!IsWhole()) {
-        return E_OUTOFMEMORY;
-    }
-    SectionHold lock(m_lockSection);
-    if (IsWriting()) {
-        AddToHoldCount(1);
-        lock.Keep();
-        return S_OK;
-    }
     const std::uint32_t self = GetCurrentThreadId();
     // Before the table is looked at: a reader that leaves after that look finds who is waiting.
     m_waitingWriter.store(self, std::memory_order_relaxed);
@@ -224,15 +190,15 @@ QVRESULT CQVRWLockImpl::AcquireWrite()
         const QVRESULT passed = Gate().Wait();
         if (passed < 0) {
             StopWaiting();
+            LeaveCriticalSection(m_lockSection);
             return passed;
         }
     }
     BeginWriting();
-    lock.Keep();
     return S_OK;
 }
 
-QVRESULT CQVRWLockImpl::TryAcquireWrite()
+QVRESULT CQVRWLockImpl::TryAcquireWrite() noexcept
 {
     if (!IsWhole()) {
         return E_OUTOFMEMORY;
@@ -256,16 +222,8 @@ QVRESULT CQVRWLockImpl::TryAcquireWrite()
     return S_OK;
 }
 
-QVRESULT CQVRWLockImpl::ReleaseWrite()
+QVRESULT CQVRWLockImpl::ReleaseLastWrite() noexcept
 {
-    if (!IsWriting()) {
-        return E_FAIL;
-    }
-    if (m_holdCount.load(std::memory_order_relaxed) > 1) {
-        AddToHoldCount(-1);
-        LeaveCriticalSection(m_lockSection);
-        return S_OK;
-    }
     // A wait for other readers has left the gate open, and reads taken while writing have not
     // closed it: the next writer would walk in beside the reads that stay. Closed before anything
     // changes, so that a failure leaves a write hold that can be released again.

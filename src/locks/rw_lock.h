@@ -23,6 +23,7 @@
 
 #include <qvcore6/gate.h>
 #include <qvcore6/mutex.h>
+#include <qvcore6/result.h>
 
 #include <atomic>
 #include <cstdint>
@@ -31,6 +32,8 @@
 #include "locks/gate.h"
 #include "locks/rw_lock_readers.h"
 #include "platform/critical_section.h"
+#include "platform/section_hold.h"
+#include "platform/thread.h"
 
 class CQVRWLockImpl
 {
@@ -43,11 +46,11 @@ public:
 
     // All answer the code of a failing gate call or exhausted memory with everything as it was.
     QVRESULT AcquireRead();
-    QVRESULT AcquireWrite();
-    QVRESULT ReleaseRead();
-    QVRESULT ReleaseWrite();
+    QVRESULT AcquireWrite() noexcept;
+    QVRESULT ReleaseRead() noexcept;
+    QVRESULT ReleaseWrite() noexcept;
     QVRESULT TryAcquireRead();
-    QVRESULT TryAcquireWrite();
+    QVRESULT TryAcquireWrite() noexcept;
 
 private:
     friend class RWLockInspector; // looks, in tests
@@ -65,7 +68,12 @@ private:
     QVRESULT AddReader(std::uint32_t thread);
     QVRESULT DropRead(std::uint32_t thread);
 
+    // With neither held.
+    QVRESULT AcquireFirstRead(std::uint32_t thread);
+
     // With m_lock held.
+    QVRESULT AcquireFirstWrite() noexcept; // leaves m_lock if it fails
+    QVRESULT ReleaseLastWrite() noexcept;
     bool IsOnlyReader(std::uint32_t thread);
     bool CanWriteAtOnce(std::uint32_t thread);
     void BeginWriting();
@@ -87,3 +95,61 @@ private:
     qv::platform::CRITICAL_SECTION* m_lockSection = nullptr;
     qv::platform::CRITICAL_SECTION* m_arraySection = nullptr;
 };
+
+// Nested holds pass here without a call.
+
+inline bool CQVRWLockImpl::NestRead(std::uint32_t thread)
+{
+    qv::core::RWLockReaders::Entry* const entry = m_readers.Find(thread);
+    if (entry == nullptr) {
+        return false;
+    }
+    if (IsWriting()) {
+        ++m_savedReadCount;
+    } else {
+        AddToHoldCount(1);
+        ++entry->count;
+    }
+    return true;
+}
+
+inline QVRESULT CQVRWLockImpl::AcquireRead()
+{
+    if (!IsWhole()) {
+        return E_OUTOFMEMORY;
+    }
+    const std::uint32_t self = qv::platform::GetCurrentThreadId();
+    {
+        const qv::platform::SectionHold array(m_arraySection);
+        if (NestRead(self)) {
+            return S_OK;
+        }
+    }
+    return AcquireFirstRead(self);
+}
+
+inline QVRESULT CQVRWLockImpl::AcquireWrite() noexcept
+{
+    if (!IsWhole()) {
+        return E_OUTOFMEMORY;
+    }
+    qv::platform::EnterCriticalSection(m_lockSection);
+    if (!IsWriting()) {
+        return AcquireFirstWrite();
+    }
+    AddToHoldCount(1);
+    return S_OK;
+}
+
+inline QVRESULT CQVRWLockImpl::ReleaseWrite() noexcept
+{
+    if (!IsWriting()) {
+        return E_FAIL;
+    }
+    if (m_holdCount.load(std::memory_order_relaxed) == 1) {
+        return ReleaseLastWrite();
+    }
+    AddToHoldCount(-1);
+    qv::platform::LeaveCriticalSection(m_lockSection);
+    return S_OK;
+}
