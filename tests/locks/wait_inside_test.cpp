@@ -277,8 +277,11 @@ TEST(Waits, HandlesThatAreNoObjectOrOfAnotherKind)
 
 TEST(Waits, SemaphoresCountToTheirOwnMaximum)
 {
-    for (const auto& [initial, maximum] : {std::pair{-1, 5}, {0, 0}, {0, -1}, {6, 5}}) {
-        EXPECT_EQ(ErrorOf([&] { return CreateSemaphoreA(nullptr, initial, maximum, nullptr); }),
+    const std::pair<LONG, LONG> refused[] = {{-1, 5}, {0, 0}, {0, -1}, {6, 5}};
+    for (const auto& counts : refused) {
+        EXPECT_EQ(ErrorOf([&] {
+                      return CreateSemaphoreA(nullptr, counts.first, counts.second, nullptr);
+                  }),
                   ERROR_INVALID_PARAMETER);
     }
     const HANDLE semaphore = CreateSemaphoreA(nullptr, 1, INT32_MAX, nullptr);
