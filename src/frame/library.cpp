@@ -13,6 +13,7 @@
 #include "frame/facts.h"
 #include "frame/global_data.h"
 #include "frame/platform_facts.h"
+#include "locks/lock_stat_manager.h"
 #include "locks/mutex.h"
 #include "platform/com.h"
 #include "platform/lifecycle.h"
@@ -39,6 +40,7 @@ void MakeDebugMutex()
 void MakeGlobalData()
 {
     g_globalData.m_mutexProvider = new CQVMutexProvider;
+    g_globalData.m_lockStatManager = new CQVLockStatManager;
     MakeDebugMutex();
     g_globalData.m_moduleManager = new CQVModuleManager;
     g_globalData.m_clientData = new CQVClientData;
@@ -58,13 +60,15 @@ void EndDebugMutex()
     }
 }
 
-// The client data go before the module manager: dropping cached factories asks the module gate.
+// The client data go before the module manager: dropping cached factories asks the module gate. The
+// lock statistics go last, as a mutex that is destroyed may report to them.
 void EndGlobalData()
 {
     End(g_globalData.m_clientData);
     End(g_globalData.m_moduleManager);
     EndDebugMutex();
     End(g_globalData.m_mutexProvider);
+    End(g_globalData.m_lockStatManager);
 }
 
 void ReleaseTaskAllocator()
@@ -129,6 +133,7 @@ void ForkNotification(ForkStage stage)
 {
     CQVModuleManager* const modules = g_globalData.m_moduleManager;
     CQVClientData* const client = g_globalData.m_clientData;
+    CQVLockStatManager* const statistics = g_globalData.m_lockStatManager;
     switch (stage) {
     case ForkStage::Prepare:
         if (client != nullptr) {
@@ -140,8 +145,14 @@ void ForkNotification(ForkStage stage)
         if (client != nullptr) {
             client->m_threadManager.PrepareFork();
         }
+        if (statistics != nullptr) {
+            statistics->PrepareFork();
+        }
         break;
     case ForkStage::Parent:
+        if (statistics != nullptr) {
+            statistics->ParentAfterFork();
+        }
         if (client != nullptr) {
             client->m_threadManager.ParentAfterFork();
         }
@@ -153,6 +164,9 @@ void ForkNotification(ForkStage stage)
         }
         break;
     case ForkStage::Child:
+        if (statistics != nullptr) {
+            statistics->ChildAfterFork();
+        }
         if (client != nullptr) {
             client->m_threadManager.ChildAfterFork();
         }

@@ -1,6 +1,7 @@
 #include "locks/mutex.h"
 
 #include "frame/boundary.h"
+#include "locks/checked_mutex.h"
 
 namespace
 {
@@ -67,14 +68,11 @@ QVRESULT CQVMutexProvider::CreateMutex(const char* name, std::uint32_t flags, IM
         if ((effective & QV_MUTEX_UNTRACKED) != 0) {
             effective &= ~QV_MUTEX_STATS;
         }
-        // Refused rather than given as a mutex that silently does less than asked.
-        if ((effective & (QV_MUTEX_CHECKED | QV_MUTEX_STATS)) != 0) {
-            return E_NOTIMPL;
-        }
-        IMutex* const mutex = new CQVCoreMutexImpl(name, effective);
+        IMutex* const mutex = (effective & (QV_MUTEX_CHECKED | QV_MUTEX_STATS)) != 0
+                                  ? new CQVCoreMutexChecked(name, effective)
+                                  : new CQVCoreMutexImpl(name, effective);
         mutex->RaiseCount();
         *out = mutex;
-        return S_OK;
     });
 }
 

@@ -45,6 +45,9 @@ public:
     std::uint32_t GetFlags() override { return m_flags; }
     bool IsUntracked() override { return (m_flags & QV_MUTEX_UNTRACKED) != 0; }
 
+protected:
+    bool Has(std::uint32_t flags) const { return (m_flags & flags) == flags; }
+
 private:
     std::uint32_t m_flags; // the effective ones, after the provider's correction
     std::string m_name;
@@ -73,6 +76,6 @@ public:
     std::int32_t AssertOwnership(std::int16_t expectOwned) override;
     void* GetOSMutex() override;
 
-private:
+protected:
     qv::platform::CRITICAL_SECTION m_criticalSection;
 };

@@ -2,6 +2,7 @@
 
 #include "frame/boundary.h"
 #include "frame/global_data.h"
+#include "locks/lock_stat_manager.h"
 #include "locks/mutex.h"
 
 namespace
@@ -17,6 +18,19 @@ QVMutex ToHandle(IMutex* mutex)
     return reinterpret_cast<QVMutex>(mutex);
 }
 
+bool HasStats(IMutex& mutex)
+{
+    return (mutex.GetFlags() & QV_MUTEX_STATS) != 0;
+}
+
+// True if the table keeps the mutex for its numbers, and with it the reference of the handle.
+bool KeepForNumbers(IMutex& mutex)
+{
+    return HasStats(mutex) && g_globalData.m_lockStatManager != nullptr &&
+           g_globalData.m_lockStatManager->ChangeLockType(qv::core::kDestroyedMutex,
+                                                          qv::core::kLiveMutex, &mutex);
+}
+
 } // namespace
 
 QVRESULT QVMutexCreate(const char* name, uint32_t flags, QVMutex* handleOut)
@@ -30,9 +44,13 @@ QVRESULT QVMutexCreate(const char* name, uint32_t flags, QVMutex* handleOut)
         IMutex* mutex = nullptr;
         const QVRESULT result =
             g_globalData.m_mutexProvider->CreateMutex(name != nullptr ? name : "", flags, &mutex);
-        if (result >= 0) {
-            *handleOut = ToHandle(mutex);
+        if (result < 0) {
+            return result;
         }
+        if (HasStats(*mutex) && g_globalData.m_lockStatManager != nullptr) {
+            g_globalData.m_lockStatManager->AddLock(qv::core::kLiveMutex, mutex);
+        }
+        *handleOut = ToHandle(mutex);
         return result;
     });
 }
@@ -41,6 +59,9 @@ QVRESULT QVMutexDestroy(QVMutex mutex)
 {
     return qv::core::Boundary([&] {
         IMutex* const object = FromHandle(mutex);
+        if (KeepForNumbers(*object)) {
+            return S_OK;
+        }
         const QVRESULT count = object->LowerCount();
         if (count == 0) {
             delete object;

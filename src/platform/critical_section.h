@@ -88,4 +88,11 @@ inline void LeaveCriticalSection(CRITICAL_SECTION* section)
     }
 }
 
+// Whether the calling thread holds the section. A forked child's thread holds what it held before.
+inline bool HoldsCriticalSection(const CRITICAL_SECTION& section)
+{
+    const std::uintptr_t self = t_threadMark;
+    return self != 0 && section.owner.load(std::memory_order_relaxed) == self;
+}
+
 } // namespace qv::platform

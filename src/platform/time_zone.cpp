@@ -1,0 +1,91 @@
+#include "platform/time_zone.h"
+
+#include <time.h>
+
+#include <cstddef>
+
+#include "platform/error.h"
+
+namespace qv::platform
+{
+
+namespace
+{
+
+// A week finds every daylight period that a zone has had in decades. The one that begins or ends
+// between two looks is in force at the next.
+constexpr std::time_t kStep = std::time_t{7} * 24 * 3600;
+constexpr std::time_t kYear = std::time_t{366} * 24 * 3600;
+
+// The zone's names in a record of the C library live as long as the process.
+struct Part
+{
+    bool found = false;
+    long offset = 0; // east of Greenwich, in seconds
+    const char* name = "";
+};
+
+// The nearest standard and the nearest daylight time around a moment. The C library's variables
+// for them tell what was last in force in the zone's whole history.
+struct Parts
+{
+    Part parts[2]; // standard, daylight
+
+    Part& Standard() { return parts[0]; }
+    Part& Daylight() { return parts[1]; }
+    bool AreComplete() const { return parts[0].found && parts[1].found; }
+
+    // Gives whether daylight time is in force.
+    bool Look(std::time_t moment)
+    {
+        std::tm local = {};
+        local.tm_zone = "";
+        localtime_r(&moment, &local);
+        const bool daylight = local.tm_isdst > 0;
+        Part& part = parts[daylight ? 1 : 0];
+        if (!part.found) {
+            part = {true, local.tm_gmtoff, local.tm_zone};
+        }
+        return daylight;
+    }
+};
+
+// Names of zones are ASCII.
+template <std::size_t size> void CopyName(WCHAR (&out)[size], const char* name)
+{
+    for (std::size_t i = 0; i + 1 < size && name[i] != '\0'; ++i) {
+        out[i] = static_cast<unsigned char>(name[i]);
+    }
+}
+
+} // namespace
+
+DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION* zone)
+{
+    const KeepErrno keep;
+    tzset();
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    Parts parts;
+    const bool isDaylight = parts.Look(now.tv_sec);
+    for (std::time_t away = kStep; away < kYear + kStep && !parts.AreComplete(); away += kStep) {
+        parts.Look(now.tv_sec - away);
+        parts.Look(now.tv_sec + away);
+    }
+    // In a zone that has had one part alone for a year, both are that one.
+    const bool hasDaylight = parts.Daylight().found;
+    const Part& standard = parts.Standard().found ? parts.Standard() : parts.Daylight();
+    const Part& daylight = hasDaylight ? parts.Daylight() : parts.Standard();
+
+    *zone = {};
+    zone->Bias = static_cast<LONG>(-standard.offset / 60);
+    zone->DaylightBias = static_cast<LONG>((standard.offset - daylight.offset) / 60);
+    CopyName(zone->StandardName, standard.name);
+    CopyName(zone->DaylightName, daylight.name);
+    if (!hasDaylight) {
+        return TIME_ZONE_ID_UNKNOWN;
+    }
+    return isDaylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+}
+
+} // namespace qv::platform
