@@ -19,7 +19,7 @@ namespace
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 // Where the counter is missing, milliseconds stand in for it, and the frequency says so.
-std::int64_t Clock()
+[[gnu::noinline]] std::int64_t Clock()
 {
     std::int64_t count = 0;
     return QueryPerformanceCounter(&count) != 0 ? count : std::int64_t{GetTickCount()};
@@ -70,7 +70,7 @@ std::int64_t Microseconds(std::int64_t ticks, std::int64_t frequency)
     return Sum(whole, ticks % frequency * kMillion / frequency);
 }
 
-QVRESULT CheckFailed(const QVWChar* message)
+[[gnu::cold]] QVRESULT CheckFailed(const QVWChar* message)
 {
     QVErrorAlert(0, u"QVCore Critical Error", message);
     return E_FAIL;
@@ -87,10 +87,79 @@ CQVCoreMutexChecked::CQVCoreMutexChecked(const char* name, std::uint32_t flags)
     }
 }
 
+// Without the lock: only the calling thread can have put its own id there. In a forked child its
+// id is another, but what it held it holds.
+inline bool CQVCoreMutexChecked::IsOwner() const
+{
+    const std::uint32_t owner = m_owner.load(kRelaxed);
+    return owner == CurrentThreadId() || (owner != 0 && HoldsCriticalSection(m_criticalSection));
+}
+
+inline QVRESULT CQVCoreMutexChecked::preAcquire() const
+{
+    if (Has(QV_MUTEX_CHECKED | QV_MUTEX_NON_RECURSIVE) && IsOwner()) {
+        return CheckFailed(u"CQVCoreMutexChecked::preAcquire m_owner check failed");
+    }
+    return S_OK;
+}
+
+// A start of 0 means that there is no wait to count.
+inline QVRESULT CQVCoreMutexChecked::postAcquire(std::int64_t start)
+{
+    // One level more would count as none, and the next release would give away all of them.
+    if (m_lockDepth == std::numeric_limits<std::uint16_t>::max()) [[unlikely]] {
+        LeaveCriticalSection(&m_criticalSection);
+        return E_FAIL;
+    }
+    m_owner.store(CurrentThreadId(), kRelaxed);
+    if (Has(QV_MUTEX_STATS)) {
+        CountAcquire(start);
+    }
+    ++m_lockDepth;
+    return S_OK;
+}
+
+inline QVRESULT CQVCoreMutexChecked::preRelease() const
+{
+    if (!Has(QV_MUTEX_CHECKED)) {
+        return S_OK;
+    }
+    if (!IsOwner()) [[unlikely]] {
+        return CheckFailed(u"CQVCoreMutexChecked::preRelease m_owner check failed");
+    }
+    if (m_lockDepth == 0) [[unlikely]] {
+        return CheckFailed(u"CQVCoreMutexChecked::preRelease m_lockDepth check failed");
+    }
+    if (Has(QV_MUTEX_NON_RECURSIVE) && m_lockDepth != 1) [[unlikely]] {
+        return CheckFailed(
+            u"CQVCoreMutexChecked::preRelease m_lockDepth non recursive check failed ");
+    }
+    return S_OK;
+}
+
+void CQVCoreMutexChecked::CountAcquire(std::int64_t start)
+{
+    if (m_lockDepth == 0) {
+        m_holdStart = Clock();
+        if (start != 0) {
+            AddTime(m_totalAcquireTime, m_maxAcquireTime, Difference(m_holdStart, start));
+        }
+    }
+    Add(m_acquireCount, 1);
+}
+
+void CQVCoreMutexChecked::CountRelease()
+{
+    if (m_lockDepth == 0) {
+        AddTime(m_totalHeldTime, m_maxHeldTime, Difference(Clock(), m_holdStart));
+    }
+    Add(m_heldCount, 1);
+}
+
 QVRESULT CQVCoreMutexChecked::Acquire()
 {
     const std::int64_t start = Has(QV_MUTEX_STATS) ? Clock() : 0;
-    if (const QVRESULT checked = preAcquire(); checked < 0) {
+    if (const QVRESULT checked = preAcquire(); checked < 0) [[unlikely]] {
         return checked;
     }
     EnterCriticalSection(&m_criticalSection);
@@ -99,7 +168,7 @@ QVRESULT CQVCoreMutexChecked::Acquire()
 
 QVRESULT CQVCoreMutexChecked::TryAcquire()
 {
-    if (const QVRESULT checked = preAcquire(); checked < 0) {
+    if (const QVRESULT checked = preAcquire(); checked < 0) [[unlikely]] {
         return checked;
     }
     if (TryEnterCriticalSection(&m_criticalSection) == 0) {
@@ -110,20 +179,15 @@ QVRESULT CQVCoreMutexChecked::TryAcquire()
 
 QVRESULT CQVCoreMutexChecked::Release()
 {
-    if (Has(QV_MUTEX_CHECKED)) {
-        if (const QVRESULT checked = preRelease(); checked < 0) {
-            return checked;
-        }
+    if (const QVRESULT checked = preRelease(); checked < 0) [[unlikely]] {
+        return checked;
     }
     --m_lockDepth;
     if (m_lockDepth == 0) {
         m_owner.store(0, kRelaxed);
     }
     if (Has(QV_MUTEX_STATS)) {
-        if (m_lockDepth == 0) {
-            AddTime(m_totalHeldTime, m_maxHeldTime, Difference(Clock(), m_holdStart));
-        }
-        Add(m_heldCount, 1);
+        CountRelease();
     }
     LeaveCriticalSection(&m_criticalSection);
     return S_OK;
@@ -161,57 +225,4 @@ std::int32_t CQVCoreMutexChecked::AssertOwnership(std::int16_t expectOwned)
         return expectOwned;
     }
     return expectOwned == 0 ? 1 : 0;
-}
-
-QVRESULT CQVCoreMutexChecked::preAcquire() const
-{
-    if (Has(QV_MUTEX_CHECKED | QV_MUTEX_NON_RECURSIVE) && IsOwner()) {
-        return CheckFailed(u"CQVCoreMutexChecked::preAcquire m_owner check failed");
-    }
-    return S_OK;
-}
-
-// A start of 0 means that there is no wait to count.
-QVRESULT CQVCoreMutexChecked::postAcquire(std::int64_t start)
-{
-    // One level more would count as none, and the next release would give away all of them.
-    if (IsDeepest()) {
-        LeaveCriticalSection(&m_criticalSection);
-        return E_FAIL;
-    }
-    m_owner.store(GetCurrentThreadId(), kRelaxed);
-    if (Has(QV_MUTEX_STATS)) {
-        if (m_lockDepth == 0) {
-            m_holdStart = Clock();
-            if (start != 0) {
-                AddTime(m_totalAcquireTime, m_maxAcquireTime, Difference(m_holdStart, start));
-            }
-        }
-        Add(m_acquireCount, 1);
-    }
-    ++m_lockDepth;
-    return S_OK;
-}
-
-QVRESULT CQVCoreMutexChecked::preRelease() const
-{
-    if (!IsOwner()) {
-        return CheckFailed(u"CQVCoreMutexChecked::preRelease m_owner check failed");
-    }
-    if (m_lockDepth == 0) {
-        return CheckFailed(u"CQVCoreMutexChecked::preRelease m_lockDepth check failed");
-    }
-    if (Has(QV_MUTEX_NON_RECURSIVE) && m_lockDepth != 1) {
-        return CheckFailed(
-            u"CQVCoreMutexChecked::preRelease m_lockDepth non recursive check failed ");
-    }
-    return S_OK;
-}
-
-// Without the lock: only the calling thread can have put its own id there. In a forked child its
-// id is another, but what it held it holds.
-bool CQVCoreMutexChecked::IsOwner() const
-{
-    const std::uint32_t owner = m_owner.load(kRelaxed);
-    return owner == GetCurrentThreadId() || (owner != 0 && HoldsCriticalSection(m_criticalSection));
 }

@@ -38,6 +38,7 @@ private:
     QVRESULT preAcquire() const;
     QVRESULT postAcquire(std::int64_t start);
     QVRESULT preRelease() const;
+    void CountAcquire(std::int64_t start);
+    void CountRelease();
     bool IsOwner() const;
-    bool IsDeepest() const { return m_lockDepth == UINT16_MAX; }
 };

@@ -3,6 +3,8 @@
 
 #include <qvcore6/mutex.h>
 
+#include <cstdint>
+
 #include "frame/exception.h"
 
 namespace qv::core

@@ -109,11 +109,11 @@ std::string Row(const LockKey& key, IMutex& mutex)
     QVLockStats stats = {};
     mutex.GetStats(&stats);
     std::string row = TypeWord(key.first);
-    row += ":0x" + Hex(key.second) + "(" + mutex.GetName() + ")";
+    row.append(":0x").append(Hex(key.second)).append("(").append(mutex.GetName()).append(")");
     for (const std::int64_t number :
          {stats.heldCount, stats.totalHeldTime, stats.maxHeldTime, stats.acquireCount,
           stats.totalAcquireTime, stats.maxAcquireTime, stats.contentionCount}) {
-        row += "," + std::to_string(number);
+        row.append(",").append(std::to_string(number));
     }
     return row;
 }

@@ -63,8 +63,10 @@ private:
     bool m_isRaised = false;
 };
 
+} // namespace
+
 // By the bare calls: the C library's would be points where the thread can be cancelled.
-ssize_t WriteOnce(int file, const char* bytes, std::size_t count)
+ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count)
 {
     if (!g_flagIsUnknown.load(std::memory_order_relaxed)) {
         const iovec piece = {const_cast<char*>(bytes), count};
@@ -78,13 +80,11 @@ ssize_t WriteOnce(int file, const char* bytes, std::size_t count)
     return WithoutPipeSignal().Write(file, bytes, count);
 }
 
-} // namespace
-
 bool WriteQuietly(int file, const char* bytes, std::size_t count)
 {
     const KeepErrno keep;
     while (count != 0) {
-        const ssize_t written = WriteOnce(file, bytes, count);
+        const ssize_t written = WriteOnceQuietly(file, bytes, count);
         if (written > 0) {
             bytes += written;
             count -= static_cast<std::size_t>(written);

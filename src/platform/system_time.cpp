@@ -15,7 +15,7 @@ constexpr std::int64_t kUnixEpoch = 116444736000000000;
 
 void GetSystemTimePreciseAsFileTime(FILETIME* time)
 {
-    timespec now = {};
+    timespec now; // the clock cannot fail
     clock_gettime(CLOCK_REALTIME, &now);
     const auto steps = static_cast<std::uint64_t>(std::int64_t{now.tv_sec} * 10000000 +
                                                   now.tv_nsec / 100 + kUnixEpoch);

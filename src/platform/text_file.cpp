@@ -1,9 +1,7 @@
 #include "platform/text_file.h"
 
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
-#include <time.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 
 #include "platform/error.h"
 #include "platform/path_text.h"
+#include "platform/quiet_write.h"
 
 namespace qv::platform
 {
@@ -21,54 +20,37 @@ namespace qv::platform
 namespace
 {
 
-// While one lives, a pipe without a reader is an error of the write alone.
-class NoPipeSignal
-{
-public:
-    NoPipeSignal()
-    {
-        sigset_t pending;
-        sigemptyset(&m_pipe);
-        sigaddset(&m_pipe, SIGPIPE);
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
-    }
-    ~NoPipeSignal()
-    {
-        const timespec noTime = {};
-        while (!m_wasPending && sigtimedwait(&m_pipe, nullptr, &noTime) == -1 && errno == EINTR) {
-        }
-        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    }
-    NoPipeSignal(const NoPipeSignal&) = delete;
-    NoPipeSignal& operator=(const NoPipeSignal&) = delete;
-
-private:
-    sigset_t m_pipe;
-    sigset_t m_before;
-    bool m_wasPending;
-};
-
 int Failed(int error)
 {
     SetLastError(ErrorFromErrno(error));
     return -1;
 }
 
+// The bare calls, as the C library's are points where the thread can be cancelled.
+int OpenFile(const char* path, int flags)
+{
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0666));
+}
+
+int CloseFile(int file)
+{
+    return static_cast<int>(syscall(SYS_close, file));
+}
+
 // Never one of the standard numbers, which a program may have closed and still prints to.
 int Open(const char* path)
 {
     // A pipe that nobody reads must not hold the caller up: it is no place to write to.
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    constexpr int kFlags =
+        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_LARGEFILE;
     int file;
     do {
-        file = open(path, kFlags, 0666);
+        file = OpenFile(path, kFlags);
     } while (file < 0 && errno == EINTR);
     if (file >= 0 && file <= STDERR_FILENO) {
         const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
         const int error = errno;
-        close(file);
+        CloseFile(file);
         file = moved;
         errno = error;
     }
@@ -99,12 +81,11 @@ int _wsopen(const WCHAR* path, int flags, int share)
 int _write(int file, const void* bytes, unsigned count)
 {
     const KeepErrno keep;
-    const NoPipeSignal guard;
     const auto* const begin = static_cast<const char*>(bytes);
     const unsigned most = std::min<unsigned>(count, INT_MAX);
     unsigned done = 0;
     while (done < most) {
-        const ssize_t now = write(file, begin + done, most - done);
+        const ssize_t now = WriteOnceQuietly(file, begin + done, most - done);
         if (now > 0) {
             done += static_cast<unsigned>(now);
         } else if (now == 0 || errno != EINTR) {
@@ -118,7 +99,7 @@ int _close(int file)
 {
     const KeepErrno keep;
     // Interrupted or not, the descriptor is gone.
-    return close(file) == 0 || errno == EINTR ? 0 : Failed(errno);
+    return CloseFile(file) == 0 || errno == EINTR ? 0 : Failed(errno);
 }
 
 } // namespace qv::platform

@@ -17,10 +17,10 @@
 namespace qv::platform
 {
 
+[[gnu::tls_model("initial-exec")]] constinit thread_local DWORD t_threadId = 0;
+
 namespace
 {
-
-[[gnu::tls_model("initial-exec")]] constinit thread_local DWORD t_threadId = 0;
 
 // How many forks this process is away from the one that loaded the module.
 constinit std::atomic<std::uint32_t> g_generation{0};

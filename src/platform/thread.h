@@ -10,6 +10,9 @@ namespace qv::platform
 inline constexpr DWORD ERROR_POSSIBLE_DEADLOCK = 1131;
 inline constexpr DWORD STILL_ACTIVE = 259;
 
+// The calling thread's id; 0 until somebody asks for it.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local DWORD t_threadId;
+
 extern "C"
 {
     // Runs the routine in a new thread, whose exit code it returns. Gives the handle as a number,
@@ -31,6 +34,13 @@ extern "C"
     // For the calling thread only. Gives the mask before; 0 on failure. The processor numbered i is
     // bit i mod 32. A mask of 0, or with a processor that the process did not start with: 87.
     std::uintptr_t SetThreadAffinityMask(HANDLE thread, std::uintptr_t mask);
+}
+
+// The same, without a call where the id is known.
+inline DWORD CurrentThreadId()
+{
+    const DWORD id = t_threadId;
+    return id != 0 ? id : GetCurrentThreadId();
 }
 
 // At load: the processors that the main thread may run on are the process's.
