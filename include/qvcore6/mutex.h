@@ -36,9 +36,12 @@ typedef struct QVMutexTag* QVMutex;
 #define QV_MUTEX_SPIN 0x00010000u
 /* With QV_MUTEX_CHECKED: a second acquire by the holder is a fault. Alone it has no effect. */
 #define QV_MUTEX_NON_RECURSIVE 0x00020000u
-/* Keeps statistics. Not available yet: see QVMutexCreate. */
+/* Keeps statistics: see lockstats.h. The mutex outlives its destruction in their table. */
 #define QV_MUTEX_STATS 0x00040000u
-/* Checks ownership on acquire and release. Not available yet: see QVMutexCreate. */
+/*
+ * Checks ownership on acquire and release. A failed check raises an alert (QVErrorAlert, by the
+ * process's method) and answers E_FAIL with the mutex as it was.
+ */
 #define QV_MUTEX_CHECKED 0x80000000u
 
 QV_BEGIN_DECLS
@@ -46,29 +49,36 @@ QV_BEGIN_DECLS
 /*
  * Makes a mutex with no holder. A null name counts as the empty one; names have any length.
  * *handleOut is QV_MUTEX_NONE after a failure.
- * S_OK; E_OUTOFMEMORY; E_NOTIMPL for QV_MUTEX_CHECKED, and for QV_MUTEX_STATS without
- * QV_MUTEX_UNTRACKED; E_FAIL if the library could not start in this process, or has stopped.
+ * A mutex with QV_MUTEX_STATS that finds no memory for its row in the statistics works without one.
+ * S_OK; E_OUTOFMEMORY; E_FAIL if the library could not start in this process, or has stopped.
  */
 QV_EXPORT QVRESULT QVMutexCreate(const char* name, uint32_t flags, QVMutex* handleOut);
 
 /* Destroys a mutex that nobody holds or waits for. S_OK. */
 QV_EXPORT QVRESULT QVMutexDestroy(QVMutex mutex);
 
-/* Waits until the calling thread holds the mutex; a holder goes one level deeper. S_OK. */
+/*
+ * Waits until the calling thread holds the mutex; a holder goes one level deeper. S_OK; E_FAIL
+ * for the holder of a mutex with QV_MUTEX_CHECKED and QV_MUTEX_NON_RECURSIVE, and for level 65536
+ * of one that checks or counts.
+ */
 QV_EXPORT QVRESULT QVMutexAcquire(QVMutex mutex);
 
-/* S_OK if the calling thread now holds the mutex, E_FAIL if another thread does. Never waits. */
+/*
+ * S_OK if the calling thread now holds the mutex, E_FAIL if another thread does or for the reasons
+ * of QVMutexAcquire. Never waits.
+ */
 QV_EXPORT QVRESULT QVMutexTryAcquire(QVMutex mutex);
 
 /*
- * Gives one level back. S_OK. On a plain mutex a release by a thread that does not hold it is
- * undefined and not reported.
+ * Gives one level back. S_OK; E_FAIL from a mutex with QV_MUTEX_CHECKED that the calling thread
+ * does not hold. Without that flag such a release is undefined and not reported.
  */
 QV_EXPORT QVRESULT QVMutexRelease(QVMutex mutex);
 
 /*
  * Non-zero if the calling thread's ownership is as expected (expectOwned: non-zero for held).
- * A plain mutex does not keep track: always 1.
+ * Raises no alert. A mutex without QV_MUTEX_CHECKED does not keep track: always 1.
  */
 QV_EXPORT int32_t QVMutexAssertOwnership(QVMutex mutex, int16_t expectOwned);
 

@@ -20,10 +20,11 @@ constexpr std::uint64_t kPosixEpoch = 0x019DB1DED53E8000;
 
 constexpr std::uint64_t kNanosecondsInSecond = 1'000'000'000;
 
-std::uint64_t Timestamp()
+// No stack guard around the clock: it would cost a tenth of it.
+__attribute__((no_stack_protector)) std::uint64_t Timestamp()
 {
     // A library that did not find out about its platform has no clock of choice.
-    FILETIME now = {};
+    FILETIME now;
     if (qv::core::s_getPreciseTime != nullptr) [[likely]] {
         qv::core::s_getPreciseTime(&now);
     } else {
@@ -56,7 +57,7 @@ QVRESULT QVTimeGetSystem(QVTime* time)
     return S_OK;
 }
 
-QVRESULT QVTimeGetPreciseTimestamp(uint64_t* nanoseconds)
+__attribute__((no_stack_protector)) QVRESULT QVTimeGetPreciseTimestamp(uint64_t* nanoseconds)
 {
     *nanoseconds = Timestamp();
     return S_OK;

