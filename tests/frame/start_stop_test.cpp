@@ -1,6 +1,7 @@
 // Start and stop with each platform call failing, and with each allocation failing.
 #include <gtest/gtest.h>
 #include <qvcore6/component.h>
+#include <qvcore6/lockstats.h>
 #include <qvcore6/module.h>
 #include <qvcore6/mutex.h>
 #include <qvcore6/result.h>
@@ -125,6 +126,7 @@ protected:
     static void ExpectDown()
     {
         EXPECT_EQ(g_globalData.m_mutexProvider, nullptr);
+        EXPECT_EQ(g_globalData.m_lockStatManager, nullptr);
         EXPECT_EQ(g_globalData.m_debugMutex, nullptr);
         EXPECT_EQ(g_globalData.m_moduleManager, nullptr);
         EXPECT_EQ(g_globalData.m_clientData, nullptr);
@@ -222,6 +224,10 @@ TEST_F(StartStop, EveryAllocationMayFail)
             EXPECT_TRUE(result == S_OK || (failed && result == E_OUTOFMEMORY)) << n;
             EXPECT_TRUE(QVModuleSetInitialized(5, 1) == S_OK || failed) << n;
             EXPECT_TRUE(UseThread() == S_OK || failed) << n;
+            EXPECT_TRUE(QVResetLockStats() == S_OK || failed) << n;
+            QVMutex mutex = QV_MUTEX_NONE;
+            const QVRESULT made = QVMutexCreate("counts", QV_MUTEX_STATS, &mutex);
+            EXPECT_TRUE(made == S_OK ? QVMutexDestroy(mutex) == S_OK : made == E_FAIL && failed);
             object = &object;
             EXPECT_LT(QVComGetClassObject(&clsid, &clsid, &object), 0) << n;
             EXPECT_EQ(object, nullptr) << n;
