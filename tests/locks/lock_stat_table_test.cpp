@@ -11,7 +11,6 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
-#include <regex>
 
 #include "frame/global_data.h"
 #include "frame/library.h"
@@ -98,16 +97,32 @@ std::string Contents(const char* file)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+// The text with each piece that matches the pattern (0: a digit, X: a hexadecimal one) replaced.
+std::string Replaced(std::string text, const std::string& pattern, const std::string& by)
+{
+    const auto matches = [](char c, char wanted) {
+        return wanted == '0'   ? c >= '0' && c <= '9'
+               : wanted == 'X' ? (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')
+                               : c == wanted;
+    };
+    for (auto at = text.begin();;) {
+        at = std::search(at, text.end(), pattern.begin(), pattern.end(), matches);
+        if (at == text.end()) {
+            return text;
+        }
+        const auto offset = at - text.begin();
+        text.replace(static_cast<std::size_t>(offset), pattern.size(), by);
+        at = text.begin() + offset;
+    }
+}
+
 // A dump with its times and its addresses replaced.
 std::string Dumped(const char* name)
 {
     std::remove("qvlockstats.csv");
     EXPECT_EQ(QVDumpLockStats(name, nullptr), S_OK);
-    std::string text = Contents("qvlockstats.csv");
-    text =
-        std::regex_replace(text, std::regex("\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d"), "TIME");
-    return std::regex_replace(
-        text, std::regex(sizeof(void*) == 8 ? "0x[0-9A-F]{16}\\(" : "0x[0-9A-F]{8}\\("), "AT(");
+    const std::string text = Replaced(Contents("qvlockstats.csv"), "00/00/0000 00:00:00", "TIME");
+    return Replaced(text, ":0x" + std::string(2 * sizeof(void*), 'X') + "(", ":AT(");
 }
 
 std::string Block(const std::string& name, const std::string& rows)
