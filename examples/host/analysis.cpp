@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -111,20 +110,18 @@ bool FeedFile(std::FILE* file, std::vector<Worker>& workers)
     return std::ferror(file) == 0;
 }
 
-bool PrintReport(const std::string& file, Worker& worker)
+void AddFindings(const std::string& file, Worker& worker, FileReport& report)
 {
     if (worker.result >= 0) {
         char* rows = nullptr;
         worker.result = worker.analyser->Report(&rows);
         const std::unique_ptr<char, FreeBlock> block(rows);
         if (worker.result >= 0 && rows != nullptr) {
-            std::printf("  %s\n", worker.name.c_str());
-            PrintRows(4, rows);
-            return true;
+            report.text += "  " + worker.name + "\n" + Rows(4, rows);
+            return;
         }
     }
-    PrintProblem(file + ": " + worker.name + " failed: " + InWords(worker.result));
-    return false;
+    report.problems.push_back(file + ": " + worker.name + " failed: " + InWords(worker.result));
 }
 
 std::string WhyUnusable(const GUID& clsid, QVRESULT result)
@@ -145,6 +142,12 @@ std::string WhyUnusable(const GUID& clsid, QVRESULT result)
     }
     return "its library " + library.string() + " is no component for this machine (" +
            InWords(result) + ")";
+}
+
+// Not strerror, whose text another thread may overwrite.
+std::string Reason(int number)
+{
+    return std::generic_category().message(number);
 }
 
 // A file, or the standard input.
@@ -184,29 +187,26 @@ bool Introduce(TextClass& textClass)
     return true;
 }
 
-bool Analyse(const std::string& file, const std::vector<TextClass>& classes)
+FileReport Analyse(const std::string& file, const std::vector<TextClass>& classes)
 {
     std::error_code error;
     if (std::filesystem::is_directory(file, error)) {
-        PrintProblem(file + ": this is a directory, not a file");
-        return false;
+        return {"", {file + ": this is a directory, not a file"}};
     }
     const File opened = Open(file);
     if (!opened) {
-        PrintProblem(file + ": cannot be opened: " + std::strerror(errno));
-        return false;
+        return {"", {file + ": cannot be opened: " + Reason(errno)}};
     }
     std::vector<Worker> workers = MakeWorkers(classes);
     if (!FeedFile(opened.get(), workers)) {
-        PrintProblem(file + ": cannot be read to its end: " + std::strerror(errno));
-        return false;
+        return {"", {file + ": cannot be read to its end: " + Reason(errno)}};
     }
-    std::printf("\n%s\n", Shown(file).c_str());
-    bool good = true;
+    FileReport report;
+    report.text = "\n" + Shown(file) + "\n";
     for (Worker& worker : workers) {
-        good = PrintReport(file, worker) && good;
+        AddFindings(file, worker, report);
     }
-    return good;
+    return report;
 }
 
 } // namespace host

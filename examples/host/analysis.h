@@ -20,7 +20,13 @@ struct TextClass
 // cannot be used.
 bool Introduce(TextClass& textClass);
 
-// Prints what the classes find in the file. False, with the reason printed, if something failed.
-bool Analyse(const std::string& file, const std::vector<TextClass>& classes);
+struct FileReport
+{
+    std::string text;                  // what the classes have found, for the screen
+    std::vector<std::string> problems; // what went wrong
+};
+
+// What the classes find in the file. Any number of threads at once.
+FileReport Analyse(const std::string& file, const std::vector<TextClass>& classes);
 
 } // namespace host

@@ -1,17 +1,22 @@
 // The example host: looks at text files with objects of registered classes.
 #include <qvcore6/component.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "analysis.h"
 #include "classes.h"
+#include "crew.h"
+#include "lock_report.h"
 #include "options.h"
 #include "report.h"
 #include "store.h"
@@ -90,6 +95,33 @@ std::vector<TextClass> ReadyClasses(const Options& options, const fs::path& comp
     return ready;
 }
 
+std::size_t ThreadCount(const Options& options)
+{
+    const std::size_t wanted =
+        options.threads != 0 ? options.threads : std::thread::hardware_concurrency();
+    return std::clamp<std::size_t>(wanted, 1, options.files.size());
+}
+
+bool Print(const FileReport& report)
+{
+    std::fputs(report.text.c_str(), stdout);
+    for (const std::string& problem : report.problems) {
+        PrintProblem(problem);
+    }
+    return report.problems.empty();
+}
+
+// ", by 2 threads (3 + 1)"
+std::string InWords(const std::vector<uint32_t>& counts)
+{
+    std::string sum;
+    for (const uint32_t files : counts) {
+        sum += (sum.empty() ? "" : " + ") + std::to_string(files);
+    }
+    return counts.size() < 2 ? ""
+                             : ", by " + std::to_string(counts.size()) + " threads (" + sum + ")";
+}
+
 int Run(const Options& options, const char* program)
 {
     const fs::path programFolder = ProgramFolder(program);
@@ -107,13 +139,19 @@ int Run(const Options& options, const char* program)
         PrintProblem("no class can be used, so no file is looked at");
         return 1;
     }
-    std::size_t done = 0;
-    for (const std::string& file : options.files) {
-        done += Analyse(file, classes) ? 1 : 0;
-    }
-    QVComFlushFactoryCache();
     const std::size_t count = options.files.size();
-    std::printf("\n%zu of %zu %s done\n", done, count, count == 1 ? "file" : "files");
+    Crew crew(options.files, classes, ThreadCount(options));
+    std::size_t done = 0;
+    for (std::size_t file = 0; file < count; ++file) {
+        done += Print(crew.Await(file)) ? 1 : 0;
+    }
+    const std::string hands = InWords(crew.Finish());
+    QVComFlushFactoryCache();
+    std::printf("\n%zu of %zu %s done%s\n", done, count, count == 1 ? "file" : "files",
+                hands.c_str());
+    const fs::path statistics =
+        options.statisticsFile.empty() ? state / "lockstats.csv" : fs::path(options.statisticsFile);
+    good = ReportLock("files to do", crew.QueueMutex(), statistics) && good;
     return good && done == count ? 0 : 1;
 }
 

@@ -1,6 +1,8 @@
 #include "options.h"
 
+#include <charconv>
 #include <cstddef>
+#include <system_error>
 
 namespace host
 {
@@ -27,6 +29,15 @@ bool TakeValue(const std::vector<std::string>& arguments, std::size_t& i, const 
     return true;
 }
 
+void ReadThreads(const std::string& value, Options& options)
+{
+    const char* const end = value.data() + value.size();
+    const auto [stop, failure] = std::from_chars(value.data(), end, options.threads);
+    if (failure != std::errc() || stop != end || options.threads < 1 || options.threads > 64) {
+        options.error = "--threads needs a number from 1 to 64";
+    }
+}
+
 } // namespace
 
 Options ReadOptions(int count, char** arguments)
@@ -46,6 +57,10 @@ Options ReadOptions(int count, char** arguments)
             options.stateFolder = value;
         } else if (TakeValue(list, i, "--components", value, options.error)) {
             options.componentFolder = value;
+        } else if (TakeValue(list, i, "--stats", value, options.error)) {
+            options.statisticsFile = value;
+        } else if (TakeValue(list, i, "--threads", value, options.error)) {
+            ReadThreads(value, options);
         } else if (TakeValue(list, i, "--class", value, options.error)) {
             options.moreClasses.push_back(value);
         } else {
@@ -66,11 +81,17 @@ Looks at each FILE, or at the standard input for "-", with the classes of two
 components, a text counter written in C++ and a word table written in C, and
 prints what they find. The classes are registered in a store first, and then
 created by name or by GUID, as any program that uses the library would do it.
+Several threads share the work; what their queue's lock has counted is shown at
+the end.
 
   --state DIR        keep the store in DIR; without it in $QVCORE6_STATE_DIR, or
                      in the folder "state" beside this program
   --components DIR   where the components' libraries are; without it in the
                      folder "components" beside this program's own folder
+  --threads N        how many threads share the files, 1 to 64; without it one for
+                     each processor
+  --stats FILE       append the lock statistics to FILE, as comma-separated
+                     lines; without it to "lockstats.csv" beside the store
   --class NAME       look at the files with this class too, if it is registered
                      in the store; may be given more than once
   --                 what follows are files, even if they start with "-"

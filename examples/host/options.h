@@ -1,6 +1,7 @@
 // The command line.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,8 @@ struct Options
     std::string error; // what is wrong with the command line, in words
     std::string stateFolder;
     std::string componentFolder;
+    std::string statisticsFile;
+    std::size_t threads = 0;              // 0: as many as there are processors
     std::vector<std::string> moreClasses; // ProgIDs beside those of the example
     std::vector<std::string> files;
 };

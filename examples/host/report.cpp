@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 
@@ -9,30 +10,37 @@ namespace host
 namespace
 {
 
-constexpr int kValueColumn = 24;
+constexpr std::size_t kValueColumn = 24;
 
 } // namespace
 
-void PrintRow(int indent, const std::string& label, const std::string& value)
+std::string Row(int indent, const std::string& label, const std::string& value)
 {
-    std::printf("%*s%-*s %s\n", indent, "", kValueColumn - indent, label.c_str(), value.c_str());
+    std::string row = std::string(static_cast<std::size_t>(indent), ' ') + label;
+    row.resize(std::max(row.size(), kValueColumn), ' ');
+    return row + " " + value + "\n";
 }
 
-void PrintRows(int indent, const std::string& rows)
+std::string Rows(int indent, const std::string& rows)
 {
+    std::string shown;
     std::size_t begin = 0;
     while (begin < rows.size()) {
         std::size_t end = rows.find('\n', begin);
         end = end == std::string::npos ? rows.size() : end;
         const std::string row = rows.substr(begin, end - begin);
         const std::size_t tab = row.find('\t');
-        if (tab == std::string::npos) {
-            PrintRow(indent, "", Shown(row));
-        } else {
-            PrintRow(indent, Shown(row.substr(0, tab)), Shown(row.substr(tab + 1)));
-        }
+        shown += tab == std::string::npos
+                     ? Row(indent, "", Shown(row))
+                     : Row(indent, Shown(row.substr(0, tab)), Shown(row.substr(tab + 1)));
         begin = end + 1;
     }
+    return shown;
+}
+
+void PrintRow(int indent, const std::string& label, const std::string& value)
+{
+    std::fputs(Row(indent, label, value).c_str(), stdout);
 }
 
 void PrintProblem(const std::string& text)

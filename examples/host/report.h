@@ -6,10 +6,12 @@
 namespace host
 {
 
-// A line to stdout, "label  value" with the values in one column.
+// A line "label  value" with the values in one column.
+std::string Row(int indent, const std::string& label, const std::string& value);
+// Such lines for rows "label<TAB>value<NEWLINE>".
+std::string Rows(int indent, const std::string& rows);
+// A line to stdout.
 void PrintRow(int indent, const std::string& label, const std::string& value);
-// Rows "label<TAB>value<NEWLINE>".
-void PrintRows(int indent, const std::string& rows);
 // A line to stderr, behind what stdout has shown so far.
 void PrintProblem(const std::string& text);
 
