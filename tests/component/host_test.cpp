@@ -42,7 +42,10 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
         // The values were counted by other means (wc, sort, uniq).
         {QV_TEST_TEXTS "/river.txt", 0, "most frequent the x16\n"},
         {QV_TEST_TEXTS "/kaffee.txt", 0, "most frequent brötchen x3\n"},
-        {QV_TEST_TEXTS "/*.txt", 0, "\n4 of 4 files done\n"},
+        {"--threads 3 " QV_TEST_TEXTS "/*.txt", 0, "\n4 of 4 files done, by 3 threads ("},
+        {"--threads=1 " QV_TEST_TEXTS "/*.txt", 0, "\n4 of 4 files done\n"},
+        {"--threads 2 " + words + " " + words + " && cat " + kFolder + "/state/lockstats.csv", 0,
+         "(host: files to do),4,"}, // two files, and the end of the queue for each thread
         {Write("empty", ""), 0, "nothing: the file is empty"},
         {Write("zero", std::string("a\0b", 3)), 0, "looks like binary data"},
         {Write("broken", "\xFF\xC3\xA9\xE2\x82x\xC3"), 0, "broken UTF-8 3 places"},
@@ -56,6 +59,8 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
          half.string() + "/text_counter.so is missing"},
         {"--components " + sham.string() + " " + good, 1,
          sham.string() + "/text_counter.so is no component"},
+        {"--stats /dev/full " + good, 1, "lock statistics cannot be written to /dev/full"},
+        {"--threads 65 " + good, 2, "--threads needs a number from 1 to 64"},
         {"--nonsense " + good, 2, "unknown option --nonsense"},
         {"", 2, "no file to look at (try --help)"},
     };
