@@ -1,3 +1,4 @@
+#include <qvcore6/security.h>
 #include <qvcore6/semaphore.h>
 
 #include <memory>
@@ -5,6 +6,7 @@
 
 #include "frame/boundary.h"
 #include "locks/wait_record.h"
+#include "platform/security.h"
 #include "platform/unnamed_semaphore.h"
 
 using namespace qv::core;
@@ -37,6 +39,20 @@ QVRESULT Wait(QVSemaphore semaphore, DWORD milliseconds)
     return ResultOfWait(record.m_handle, milliseconds, E_FAIL);
 }
 
+// For every authenticated user: processes of all of them meet here.
+HANDLE CreateNamed(LONG initialCount, const std::string& platformName)
+{
+    constexpr DWORD kSemaphoreAllAccess = 0x1F0003;
+    QVSecurityDescriptor descriptor;
+    void* list = nullptr;
+    const QVRESULT built = QVWinBuildRestrictedSD(&descriptor, kSemaphoreAllAccess, &list);
+    const std::unique_ptr<void, decltype(&QVWinFreeRestrictedSD)> freed(list,
+                                                                        &QVWinFreeRestrictedSD);
+    ThrowIfFailed(built);
+    const SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, kTrue};
+    return CreateSemaphoreA(&attributes, initialCount, kMaximumCount, platformName.c_str());
+}
+
 } // namespace
 
 QVRESULT QVSemaphoreCreate(int32_t initialCount, const char* name, uint32_t flags,
@@ -46,9 +62,7 @@ QVRESULT QVSemaphoreCreate(int32_t initialCount, const char* name, uint32_t flag
     return Boundary([&] {
         auto record = std::make_unique<WaitRecord>(name, flags);
         if ((flags & QV_SEMAPHORE_NAMED) != 0) {
-            const std::string platformName = "SEM:" + record->m_name;
-            record->Own(
-                CreateSemaphoreA(nullptr, initialCount, kMaximumCount, platformName.c_str()));
+            record->Own(CreateNamed(initialCount, "SEM:" + record->m_name));
         } else {
             record->Own(CreateSemaphoreA(nullptr, initialCount, kMaximumCount, nullptr));
         }

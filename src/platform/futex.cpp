@@ -13,6 +13,27 @@
 namespace qv::platform
 {
 
+namespace
+{
+
+// False once the deadline, which comes some time, has passed.
+bool WaitUntil(const std::atomic<std::uint32_t>& word, std::uint32_t expected, int operation,
+               const Deadline& deadline)
+{
+    if (deadline.IsNow()) {
+        return false;
+    }
+    const KeepErrno keep;
+    const timespec until = {.tv_sec = deadline.Nanoseconds() / 1'000'000'000,
+                            .tv_nsec = deadline.Nanoseconds() % 1'000'000'000};
+    // Absolute and monotonic, unlike FUTEX_WAIT, which would start anew after a signal.
+    return syscall(SYS_futex, &word, operation, expected, &until, nullptr,
+                   FUTEX_BITSET_MATCH_ANY) == 0 ||
+           errno != ETIMEDOUT;
+}
+
+} // namespace
+
 bool SpinUntilChanged(const std::atomic<std::uint32_t>& word, std::uint32_t expected)
 {
     constexpr int kRounds = 100;
@@ -38,16 +59,20 @@ bool FutexWaitUntil(const std::atomic<std::uint32_t>& word, std::uint32_t expect
         FutexWait(word, expected);
         return true;
     }
-    if (deadline.IsNow()) {
-        return false;
-    }
+    return WaitUntil(word, expected, FUTEX_WAIT_BITSET_PRIVATE, deadline);
+}
+
+bool SharedFutexWaitUntil(const std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                          const Deadline& deadline)
+{
+    return WaitUntil(word, expected, FUTEX_WAIT_BITSET, deadline);
+}
+
+int SharedFutexWake(const std::atomic<std::uint32_t>* word, int count)
+{
     const KeepErrno keep;
-    const timespec until = {.tv_sec = deadline.Nanoseconds() / 1'000'000'000,
-                            .tv_nsec = deadline.Nanoseconds() % 1'000'000'000};
-    // Absolute and monotonic, unlike FUTEX_WAIT, which would start anew after a signal.
-    return syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, &until, nullptr,
-                   FUTEX_BITSET_MATCH_ANY) == 0 ||
-           errno != ETIMEDOUT;
+    const long woken = syscall(SYS_futex, word, FUTEX_WAKE, count, nullptr, nullptr, 0);
+    return woken > 0 ? static_cast<int>(woken) : 0;
 }
 
 void FutexWake(const std::atomic<std::uint32_t>* word, int count)

@@ -10,6 +10,7 @@
 
 #include "platform/critical_section.h"
 #include "platform/library_counts.h"
+#include "platform/named_object.h"
 #include "platform/registry_store.h"
 #include "platform/thread.h"
 
@@ -90,8 +91,12 @@ void OnFork(ForkStage stage)
     if (!t_forkIsTold) {
         return;
     }
-    ForkNotification(stage);
-    if (stage != ForkStage::Prepare) {
+    if (stage == ForkStage::Prepare) {
+        ForkNotification(stage);
+        HoldNamedObjects();
+    } else {
+        ReleaseNamedObjects();
+        ForkNotification(stage);
         t_forkIsTold = false;
         LeaveCriticalSection(&g_changing);
     }
@@ -111,12 +116,18 @@ void OnFork(ForkStage stage)
     if (!ProcessIsExiting()) {
         const Changing changing;
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+        CloseNamedObjects();
         CloseRegistryStores();
         ForgetLibraryCounts();
         return;
     }
     static char processEnds;
-    DllMain(nullptr, DLL_PROCESS_DETACH, OtherThreadsLive() ? &processEnds : nullptr);
+    const bool othersLive = OtherThreadsLive();
+    DllMain(nullptr, DLL_PROCESS_DETACH, othersLive ? &processEnds : nullptr);
+    if (!othersLive) {
+        // Else the kernel ends the holds, and the next to come takes over the names.
+        CloseNamedObjects();
+    }
 }
 
 } // namespace

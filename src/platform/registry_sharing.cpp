@@ -1,5 +1,6 @@
 #include "platform/registry_sharing.h"
 
+#include <pthread.h>
 #include <sys/mman.h>
 
 #include <cstring>

@@ -7,13 +7,13 @@
 #pragma once
 
 #include <lmdb.h>
-#include <pthread.h>
 
 #include <array>
 #include <atomic>
 #include <optional>
 #include <string>
 
+#include "platform/no_cancellation.h"
 #include "platform/registry_locations.h"
 #include "platform/registry_path_cache.h"
 #include "platform/registry_records.h"
@@ -51,19 +51,6 @@ struct Store
 
 // 3: there is no store, and this user may not make one.
 DWORD FindStore(StorePart part, Store** store);
-
-// Inside LMDB's calls a cancelled thread would take the process's lock or its books with it.
-class NoCancellation
-{
-public:
-    NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_state); }
-    ~NoCancellation() { pthread_setcancelstate(m_state, nullptr); }
-    NoCancellation(const NoCancellation&) = delete;
-    NoCancellation& operator=(const NoCancellation&) = delete;
-
-private:
-    int m_state = PTHREAD_CANCEL_ENABLE;
-};
 
 // One state of the store, for the length of a call.
 class ReadView
@@ -117,7 +104,7 @@ public:
     MDB_dbi Database() const { return m_store->database; }
 
 private:
-    NoCancellation m_noCancellation;
+    NoCancellation m_noCancellation; // LMDB's lock and its books are the process's
     std::optional<Turn> m_turn;
     Store* m_store = nullptr;
     MDB_txn* m_transaction = nullptr;

@@ -6,6 +6,7 @@
 #include "platform/error.h"
 #include "platform/event_object.h"
 #include "platform/futex.h"
+#include "platform/named_semaphore.h"
 #include "platform/unnamed_semaphore.h"
 
 namespace qv::platform
@@ -25,6 +26,12 @@ UnnamedSemaphore* SemaphoreOf(HANDLE handle)
 {
     const bool isSemaphore = IsObject(handle) && handle->Kind() == ObjectKind::Semaphore;
     return isSemaphore ? static_cast<UnnamedSemaphore*>(handle) : nullptr;
+}
+
+NamedSemaphore* NamedSemaphoreOf(HANDLE handle)
+{
+    const bool isNamed = IsObject(handle) && handle->Kind() == ObjectKind::NamedSemaphore;
+    return isNamed ? static_cast<NamedSemaphore*>(handle) : nullptr;
 }
 
 BOOL Fail(DWORD error)
@@ -79,29 +86,32 @@ BOOL ResetEvent(HANDLE event)
     return kTrue;
 }
 
-HANDLE CreateSemaphoreA(const SECURITY_ATTRIBUTES* /*attributes*/, LONG initialCount,
-                        LONG maximumCount, const char* name)
+HANDLE CreateSemaphoreA(const SECURITY_ATTRIBUTES* attributes, LONG initialCount, LONG maximumCount,
+                        const char* name)
 {
     if (initialCount < 0 || maximumCount < 1 || initialCount > maximumCount) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     if (name != nullptr) {
-        // Refused rather than given as a semaphore that nobody else can reach.
-        SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-        return nullptr;
+        return OpenNamedSemaphore(attributes, initialCount, maximumCount, name);
     }
     return OrOutOfMemory(new (std::nothrow) UnnamedSemaphore(initialCount, maximumCount));
 }
 
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount)
 {
+    NamedSemaphore* const named = NamedSemaphoreOf(semaphore);
     UnnamedSemaphore* const object = SemaphoreOf(semaphore);
-    if (object == nullptr) {
+    if (object == nullptr && named == nullptr) {
         return Fail(ERROR_INVALID_HANDLE);
     }
     if (count < 1) {
         return Fail(ERROR_INVALID_PARAMETER);
+    }
+    if (named != nullptr) {
+        const DWORD error = named->Post(count, previousCount);
+        return error == ERROR_SUCCESS ? kTrue : Fail(error);
     }
     return object->Post(count, previousCount) ? kTrue : Fail(ERROR_TOO_MANY_POSTS);
 }

@@ -1,0 +1,98 @@
+// The file of a named object: its head, and its two locks.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+#include "platform/named_object_name.h"
+#include "platform/security.h"
+#include "platform/types.h"
+
+namespace qv::platform
+{
+
+enum class NamedKind : std::uint32_t
+{
+    Semaphore = 1,
+};
+
+// What the creator of an object chooses. A kind takes what it needs.
+struct NamedContent
+{
+    std::uint64_t dataSize = 0; // behind the head
+    std::uint32_t limit = 0;
+    std::uint32_t word = 0;
+};
+
+// The start of the file. Another process may have written anything: it is tested where a wrong
+// value could do more harm than a wrong answer.
+struct NamedHead
+{
+    std::uint32_t magic;
+    std::uint32_t version;
+    NamedKind kind;
+    std::uint32_t nameUnits;
+    WCHAR name[kMaxObjectName];
+    std::uint64_t dataSize;
+    std::uint32_t limit;
+    alignas(64) std::atomic<std::uint32_t> word; // with a cache line to itself
+};
+
+inline constexpr std::size_t kNamedHeadSize = 4096;
+static_assert(sizeof(NamedHead) <= kNamedHeadSize);
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+
+enum class ObjectByte
+{
+    Gate,
+    Life,
+};
+
+// Not an error number: something is to be tried again.
+inline constexpr DWORD kTryAgain = 0xFFFFFFFF;
+
+// An open file, closed at the end. Nothing here waits.
+class ObjectFile
+{
+public:
+    ObjectFile() = default;
+    ObjectFile(ObjectFile&& other) noexcept : m_file(std::exchange(other.m_file, -1)) {}
+    ObjectFile& operator=(ObjectFile&&) = delete;
+    ~ObjectFile();
+
+    // Error 2 if there is none, 6 for what is no plain file.
+    DWORD Open(const ObjectPath& path);
+    // A whole one without a name.
+    DWORD Make(Audience audience, std::u16string_view name, NamedKind kind,
+               const NamedContent& content);
+    // Gives it its name: kTryAgain if that is taken.
+    DWORD Link(const ObjectPath& path) const;
+    // The content anew.
+    DWORD Fill(std::u16string_view name, NamedKind kind, const NamedContent& content) const;
+
+    // kTryAgain if another holder is in the way.
+    DWORD LockForWriting(ObjectByte byte) const;
+    DWORD LockForReading(ObjectByte byte) const;
+    void Unlock(ObjectByte byte) const;
+
+    // Whether the path still leads here.
+    bool IsAt(const ObjectPath& path) const;
+    // Error 6 unless it is an object of this name and kind, whole.
+    DWORD Test(std::u16string_view name, NamedKind kind) const;
+    // Null without memory.
+    NamedHead* MapHead() const;
+
+    int Release() { return std::exchange(m_file, -1); }
+
+private:
+    DWORD Lock(ObjectByte byte, int type) const;
+    DWORD Allocate(std::uint64_t dataSize) const;
+    void Admit(Audience audience) const;
+
+    int m_file = -1;
+};
+
+} // namespace qv::platform
