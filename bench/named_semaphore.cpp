@@ -14,7 +14,8 @@ namespace
 
 std::string OwnName()
 {
-    return "qvcore6-bench-" + std::to_string(getpid());
+    std::string name = "/qvcore6-bench-";
+    return name.append(std::to_string(getpid()));
 }
 
 class Named
@@ -34,9 +35,9 @@ private:
 class Posix
 {
 public:
-    Posix() : m_semaphore(sem_open(("/" + OwnName()).c_str(), O_CREAT | O_EXCL, 0600, 0))
+    Posix() : m_semaphore(sem_open(OwnName().c_str(), O_CREAT | O_EXCL, 0600, 0))
     {
-        sem_unlink(("/" + OwnName()).c_str());
+        sem_unlink(OwnName().c_str());
     }
     ~Posix() { sem_close(m_semaphore); }
     Posix(const Posix&) = delete;

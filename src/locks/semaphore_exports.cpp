@@ -6,6 +6,7 @@
 
 #include "frame/boundary.h"
 #include "locks/wait_record.h"
+#include "platform/named_semaphore.h"
 #include "platform/security.h"
 #include "platform/unnamed_semaphore.h"
 
@@ -22,18 +23,21 @@ WaitRecord* FromHandle(QVSemaphore semaphore)
     return reinterpret_cast<WaitRecord*>(semaphore);
 }
 
-// The semaphore if it is one of this process; a named one is left to the calls.
-UnnamedSemaphore* UnnamedOf(const WaitRecord& record)
+// One operation on the semaphore, whichever of the two kinds it is; false leaves it to the calls.
+template <class Operation> bool Try(const WaitRecord& record, Operation operation)
 {
-    return (record.m_flags & QV_SEMAPHORE_NAMED) == 0 ? ObjectOf<UnnamedSemaphore>(record)
-                                                      : nullptr;
+    if (record.m_handle == nullptr) [[unlikely]] {
+        return false;
+    }
+    return (record.m_flags & QV_SEMAPHORE_NAMED) == 0
+               ? operation(*ObjectOf<UnnamedSemaphore>(record))
+               : operation(*ObjectOf<NamedSemaphore>(record));
 }
 
 QVRESULT Wait(QVSemaphore semaphore, DWORD milliseconds)
 {
     const WaitRecord& record = *FromHandle(semaphore);
-    UnnamedSemaphore* const unnamed = UnnamedOf(record);
-    if (unnamed != nullptr && unnamed->TryTake()) [[likely]] {
+    if (Try(record, [](auto& object) { return object.TryTake(); })) [[likely]] {
         return S_OK;
     }
     return ResultOfWait(record.m_handle, milliseconds, E_FAIL);
@@ -83,8 +87,7 @@ QVRESULT QVSemaphoreDestroy(QVSemaphore semaphore)
 QVRESULT QVSemaphorePost(QVSemaphore semaphore)
 {
     const WaitRecord& record = *FromHandle(semaphore);
-    UnnamedSemaphore* const unnamed = UnnamedOf(record);
-    if (unnamed != nullptr && unnamed->TryPost()) [[likely]] {
+    if (Try(record, [](auto& object) { return object.TryPost(); })) [[likely]] {
         return S_OK;
     }
     return ResultOfCall(ReleaseSemaphore(record.m_handle, 1, nullptr));

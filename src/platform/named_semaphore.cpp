@@ -15,12 +15,6 @@ namespace
 
 constexpr DWORD kAllAccess = 0x1F0003;
 constexpr DWORD kSlice = 200; // ms
-constexpr std::uint32_t kMaySleep = 0x8000'0000;
-
-std::uint32_t CountOf(std::uint32_t word)
-{
-    return word & ~kMaySleep;
-}
 
 const SECURITY_DESCRIPTOR* DescriptorOf(const SECURITY_ATTRIBUTES* attributes)
 {
@@ -34,17 +28,6 @@ Deadline EndOfSlice(const Deadline& deadline)
     const Deadline slice = Deadline::After(kSlice);
     const bool isSooner = !deadline.IsForever() && deadline.Nanoseconds() < slice.Nanoseconds();
     return isSooner ? deadline : slice;
-}
-
-// Takes a unit if there is one; seen is the word as it was last.
-bool Take(std::atomic<std::uint32_t>& word, std::uint32_t& seen, std::uint32_t marks)
-{
-    while (CountOf(seen) != 0) {
-        if (word.compare_exchange_weak(seen, (seen - 1) | marks)) {
-            return true;
-        }
-    }
-    return false;
 }
 
 } // namespace
@@ -125,6 +108,17 @@ DWORD NamedSemaphore::Wait(const Deadline& deadline)
         }
     }
     return WAIT_TIMEOUT;
+}
+
+bool NamedSemaphore::Take(std::atomic<std::uint32_t>& word, std::uint32_t& seen,
+                          std::uint32_t marks)
+{
+    while (CountOf(seen) != 0) {
+        if (word.compare_exchange_weak(seen, (seen - 1) | marks)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 HANDLE OpenNamedSemaphore(const SECURITY_ATTRIBUTES* attributes, LONG initialCount,

@@ -16,7 +16,7 @@
 namespace qv::platform
 {
 
-class NamedSemaphore final : public KernelObject
+class alignas(64) NamedSemaphore final : public KernelObject
 {
 public:
     NamedSemaphore() : KernelObject(ObjectKind::NamedSemaphore) {}
@@ -25,12 +25,38 @@ public:
     DWORD Open(const SECURITY_ATTRIBUTES* attributes, LONG initialCount, LONG maximumCount,
                const char* name);
 
+    // Tries, with one operation: if false, nothing has changed, and more may be to be done.
+    bool TryPost()
+    {
+        NamedHead* const head = m_object.Head();
+        if (head == nullptr) {
+            return false;
+        }
+        std::uint32_t seen = head->word.load(std::memory_order_relaxed);
+        return seen < m_maximum && head->word.compare_exchange_strong(seen, seen + 1);
+    }
+    bool TryTake()
+    {
+        NamedHead* const head = m_object.Head();
+        if (head == nullptr) {
+            return false;
+        }
+        std::uint32_t seen = head->word.load(std::memory_order_relaxed);
+        return CountOf(seen) != 0 && head->word.compare_exchange_strong(seen, seen - 1);
+    }
+
     // Errors: 298 if the count would pass its maximum; 6 after the module's end.
     DWORD Post(LONG count, LONG* previousCount);
     DWORD Wait(const Deadline& deadline) override;
     void Close() override { delete this; }
 
 private:
+    static constexpr std::uint32_t kMaySleep = 0x8000'0000;
+
+    static std::uint32_t CountOf(std::uint32_t word) { return word & ~kMaySleep; }
+    // Takes a unit if there is one; seen is the word as it was last.
+    static bool Take(std::atomic<std::uint32_t>& word, std::uint32_t& seen, std::uint32_t marks);
+
     std::uint32_t m_maximum = 0; // the creator's
     NamedObject m_object;
 };
