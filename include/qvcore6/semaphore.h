@@ -72,7 +72,7 @@ QV_EXPORT QVRESULT QVSemaphoreTryWait(QVSemaphore semaphore);
 /* *valueOut is -1: nobody may rely on a count that others change. S_OK. */
 QV_EXPORT QVRESULT QVSemaphoreGetValue(QVSemaphore semaphore, int32_t* valueOut);
 
-/* QVSemaphoreCreate with QV_SEMAPHORE_NAMED. E_INVALIDARG for a null name. */
+/* QVSemaphoreCreate with QV_SEMAPHORE_NAMED. The name must not be null. */
 QV_EXPORT QVRESULT QVNamedSemOpen(const char* name, int32_t initialCount, QVSemaphore* handleOut);
 
 /* QVSemaphoreDestroy. Other processes keep the semaphore. */
