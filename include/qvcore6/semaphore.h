@@ -25,7 +25,8 @@
  * The QVNamedSem functions do the same as their QVSemaphore counterparts, and take the handles of
  * either. No function tests its handle: a handle that is not live is undefined behaviour. Any
  * thread may call any function. A forked child may go on with an unnamed semaphore, which is then
- * its own. A wait is no cancellation point.
+ * its own; a named one it shares with its parent, and holds as its parent does. A wait is no
+ * cancellation point.
  */
 #ifndef QVCORE6_SEMAPHORE_H
 #define QVCORE6_SEMAPHORE_H
