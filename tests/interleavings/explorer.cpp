@@ -1,0 +1,410 @@
+#include "interleavings/explorer.h"
+
+#include <ucontext.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <sstream>
+#include <utility>
+
+#include "interleavings/fiber_sanitizers.h"
+
+namespace qv::explore
+{
+
+namespace
+{
+
+constexpr std::size_t kStackSize = 64 * 1024;
+
+struct Fiber
+{
+    FiberSanitizer sanitizer;
+    ucontext_t context = {};
+    std::unique_ptr<std::byte[]> stack;
+    bool hasEnded = true;
+    const char* said = "";
+    // The step that it stands before; ready at once without a condition.
+    const char* what = nullptr;
+    Where where;
+    IsReady isReady = nullptr;
+    const void* object = nullptr;
+    Wakeable wakeable = Wakeable::WhenReady;
+    Awaited awaited = Awaited::Ready;
+
+    bool CanGoOn() const { return !hasEnded && (isReady == nullptr || isReady(object)); }
+};
+
+struct ScheduleFailed
+{};
+
+struct Option
+{
+    int fiber;
+    Awaited how;
+};
+
+struct Decision
+{
+    int taken;
+    int options;
+};
+
+struct Taken
+{
+    int fiber;
+    Awaited how;
+    const char* said;
+    const void* object;
+    const char* what;
+    Where where;
+};
+
+class Explorer
+{
+public:
+    Explorer(const Limits& limits, const std::function<Scenario()>& make)
+        : m_limits(limits), m_make(make)
+    {}
+
+    Outcome Run();
+    Awaited Stand(const char* what, const Where& where, IsReady isReady, const void* object,
+                  Wakeable wakeable);
+    [[noreturn]] void Fail(const std::string& what);
+    int Current() const { return m_current; }
+    int Sleepers() const;
+    void Say(const char* what) { At(m_current).said = what; }
+    void Name(const void* object, const char* name) { m_names.push_back({object, name}); }
+
+private:
+    static constexpr int kNobody = -1;
+
+    static void Body();
+    static std::unique_ptr<Fiber> MakeFiber();
+    void RunSchedule();
+    bool NextSchedule();
+    void LookAround()
+    {
+        if (m_scenario.afterEachStep) {
+            m_scenario.afterEachStep();
+        }
+    }
+    void FindOptions();
+    void AddOptionsOf(int fiber);
+    bool CurrentCanGoOn() const
+    {
+        return m_current != kNobody && m_fibers[static_cast<std::size_t>(m_current)]->CanGoOn();
+    }
+    // The one who goes on. Nobody if all have ended.
+    int Decide();
+    void SwitchTo(int fiber);
+    std::string Story() const;
+    Fiber& At(int fiber)
+    {
+        return fiber == kNobody ? m_main : *m_fibers[static_cast<std::size_t>(fiber)];
+    }
+
+    const Limits m_limits;
+    const std::function<Scenario()>& m_make;
+    Scenario m_scenario;
+    std::vector<std::unique_ptr<Fiber>> m_fibers;
+    Fiber m_main;
+    int m_current = kNobody;
+    std::vector<Option> m_options;
+    std::vector<Decision> m_decisions;
+    std::size_t m_depth = 0; // decisions taken in this schedule
+    int m_preemptions = 0;
+    int m_earlyWakes = 0;
+    std::vector<Taken> m_story;
+    std::vector<std::pair<const void*, const char*>> m_names;
+    std::string m_failure;
+};
+
+Explorer* g_explorer = nullptr;
+
+void Explorer::Body()
+{
+    g_explorer->m_main.sanitizer.Arrived();
+    // One schedule a round.
+    for (;;) {
+        Explorer& explorer = *g_explorer;
+        const int self = explorer.m_current;
+        Fiber& fiber = *explorer.m_fibers[static_cast<std::size_t>(self)];
+        explorer.m_scenario.threads[static_cast<std::size_t>(self)]();
+        fiber.hasEnded = true;
+        explorer.LookAround();
+        explorer.SwitchTo(explorer.Decide());
+    }
+}
+
+std::unique_ptr<Fiber> Explorer::MakeFiber()
+{
+    auto fiber = std::make_unique<Fiber>();
+    fiber->stack = std::make_unique<std::byte[]>(kStackSize);
+    fiber->sanitizer.Create(fiber->stack.get(), kStackSize);
+    getcontext(&fiber->context);
+    fiber->context.uc_stack.ss_sp = fiber->stack.get();
+    fiber->context.uc_stack.ss_size = kStackSize;
+    makecontext(&fiber->context, &Explorer::Body, 0);
+    return fiber;
+}
+
+void Explorer::SwitchTo(int fiber)
+{
+    const int from = m_current;
+    if (from == fiber) {
+        return;
+    }
+    m_current = fiber;
+    At(from).sanitizer.Leave(At(fiber).sanitizer);
+    swapcontext(&At(from).context, &At(fiber).context);
+    At(from).sanitizer.Arrived();
+}
+
+void Explorer::AddOptionsOf(int index)
+{
+    const Fiber& fiber = *m_fibers[static_cast<std::size_t>(index)];
+    if (fiber.CanGoOn()) {
+        m_options.push_back({index, Awaited::Ready});
+    } else if (!fiber.hasEnded) {
+        if (fiber.wakeable == Wakeable::ByTimeOutToo) {
+            m_options.push_back({index, Awaited::TimedOut});
+        }
+        if (fiber.wakeable != Wakeable::WhenReady && m_earlyWakes < m_limits.earlyWakes) {
+            m_options.push_back({index, Awaited::WokenEarly});
+        }
+    }
+}
+
+void Explorer::FindOptions()
+{
+    m_options.clear();
+    if (m_current != kNobody) {
+        AddOptionsOf(m_current);
+    }
+    if (CurrentCanGoOn() && m_preemptions == m_limits.preemptions) {
+        return;
+    }
+    for (int i = 0; i < static_cast<int>(m_fibers.size()); ++i) {
+        if (i != m_current) {
+            AddOptionsOf(i);
+        }
+    }
+}
+
+int Explorer::Decide()
+{
+    FindOptions();
+    if (m_options.empty()) {
+        for (const auto& fiber : m_fibers) {
+            if (!fiber->hasEnded) {
+                Fail("deadlock: nobody can go on");
+            }
+        }
+        return kNobody;
+    }
+    if (static_cast<int>(m_story.size()) == m_limits.stepsAtMost) {
+        Fail("endless: the schedule has too many steps");
+    }
+    if (m_depth == m_decisions.size()) {
+        m_decisions.push_back({0, static_cast<int>(m_options.size())});
+    }
+    const Decision& decision = m_decisions[m_depth++];
+    if (decision.options != static_cast<int>(m_options.size())) {
+        Fail("the scenario does not run the same way twice");
+    }
+    const Option option = m_options[static_cast<std::size_t>(decision.taken)];
+    const bool isPreemption = option.fiber != m_current && CurrentCanGoOn();
+    m_preemptions += isPreemption ? 1 : 0;
+    m_earlyWakes += option.how == Awaited::WokenEarly ? 1 : 0;
+    Fiber& fiber = *m_fibers[static_cast<std::size_t>(option.fiber)];
+    fiber.awaited = option.how;
+    m_story.push_back(
+        {option.fiber, option.how, fiber.said, fiber.object, fiber.what, fiber.where});
+    return option.fiber;
+}
+
+Awaited Explorer::Stand(const char* what, const Where& where, IsReady isReady, const void* object,
+                        Wakeable wakeable)
+{
+    if (m_current == kNobody) {
+        return Awaited::Ready; // the scenario is being made or looked at
+    }
+    Fiber& self = *m_fibers[static_cast<std::size_t>(m_current)];
+    self.what = what;
+    self.where = where;
+    self.isReady = isReady;
+    self.object = object;
+    self.wakeable = wakeable;
+    LookAround();
+    SwitchTo(Decide());
+    return self.awaited;
+}
+
+int Explorer::Sleepers() const
+{
+    int count = 0;
+    for (const auto& fiber : m_fibers) {
+        const bool sleeps = fiber->wakeable != Wakeable::WhenReady && !fiber->CanGoOn();
+        count += sleeps && !fiber->hasEnded ? 1 : 0;
+    }
+    return count;
+}
+
+void Explorer::Fail(const std::string& what)
+{
+    m_failure = what + "\n" + Story();
+    if (m_current == kNobody) {
+        throw ScheduleFailed();
+    }
+    SwitchTo(kNobody);
+    std::abort(); // a failed schedule is not gone on with
+}
+
+std::string Explorer::Story() const
+{
+    std::ostringstream text;
+    int previous = kNobody;
+    // The end of one that has no end says enough.
+    constexpr std::size_t kLines = 100;
+    const std::size_t left = m_story.size() > kLines ? m_story.size() - kLines : 0;
+    for (const Taken& step : std::span(m_story).subspan(left)) {
+        const std::string file = step.where.file_name();
+        const auto name = std::find_if(m_names.begin(), m_names.end(), [&](const auto& named) {
+            return named.first == step.object;
+        });
+        text << (step.fiber == previous ? "            "
+                                        : "  thread " + std::to_string(step.fiber) + "  ")
+             << step.said << ": " << step.what << (name != m_names.end() ? " " : "")
+             << (name != m_names.end() ? name->second : "")
+             << (step.how == Awaited::TimedOut     ? ", times out"
+                 : step.how == Awaited::WokenEarly ? ", wakes early"
+                                                   : "")
+             << "  (" << file.substr(file.rfind('/') + 1) << ':' << step.where.line() << ")\n";
+        previous = step.fiber;
+    }
+    return text.str();
+}
+
+void Explorer::RunSchedule()
+{
+    m_depth = 0;
+    m_preemptions = 0;
+    m_earlyWakes = 0;
+    m_story.clear();
+    m_names.clear();
+    m_scenario = m_make();
+    while (m_fibers.size() < m_scenario.threads.size()) {
+        m_fibers.push_back(MakeFiber());
+    }
+    for (const auto& fiber : m_fibers) {
+        fiber->hasEnded = false;
+        fiber->said = "";
+        fiber->what = "begins";
+        fiber->object = nullptr;
+        fiber->where = Where::current();
+        fiber->isReady = nullptr;
+        fiber->wakeable = Wakeable::WhenReady;
+    }
+    try {
+        // Who begins is a free choice: all stand before their first step, and none has the turn.
+        SwitchTo(Decide());
+        if (m_failure.empty() && m_scenario.atEnd) {
+            m_scenario.atEnd();
+        }
+    } catch (const ScheduleFailed&) {
+        // told in m_failure
+    }
+}
+
+bool Explorer::NextSchedule()
+{
+    m_decisions.resize(m_depth);
+    while (!m_decisions.empty() && m_decisions.back().taken + 1 == m_decisions.back().options) {
+        m_decisions.pop_back();
+    }
+    if (m_decisions.empty()) {
+        return false;
+    }
+    ++m_decisions.back().taken;
+    return true;
+}
+
+Outcome Explorer::Run()
+{
+    Outcome outcome;
+    do {
+        RunSchedule();
+        ++outcome.schedules;
+    } while (m_failure.empty() && NextSchedule());
+    outcome.failure = m_failure;
+    if (!m_failure.empty()) {
+        // What stands on the stacks of a failed schedule is never unwound; it stays in reach.
+        static std::vector<std::unique_ptr<Fiber>> abandoned;
+        for (auto& fiber : m_fibers) {
+            abandoned.push_back(std::move(fiber));
+        }
+    }
+    return outcome;
+}
+
+} // namespace
+
+Outcome Explore(const Limits& limits, const std::function<Scenario()>& make)
+{
+    Explorer explorer(limits, make);
+    g_explorer = &explorer;
+    Outcome outcome = explorer.Run();
+    g_explorer = nullptr;
+    return outcome;
+}
+
+void Require(bool holds, const char* what)
+{
+    if (!holds) {
+        g_explorer->Fail(what);
+    }
+}
+
+int CurrentThread()
+{
+    return g_explorer != nullptr ? g_explorer->Current() : -1;
+}
+
+void Step(const char* what, const void* object, const Where& where)
+{
+    Await(what, where, nullptr, object);
+}
+
+void Say(const char* what)
+{
+    g_explorer->Say(what);
+}
+
+void Name(const void* object, const char* name)
+{
+    g_explorer->Name(object, name);
+}
+
+void AwaitSleepers(int count, const Where& where)
+{
+    Await(
+        "waits for sleepers", where,
+        [](const void* wanted) {
+            return g_explorer->Sleepers() >= *static_cast<const int*>(wanted);
+        },
+        &count);
+}
+
+Awaited Await(const char* what, const Where& where, IsReady isReady, const void* object,
+              Wakeable wakeable)
+{
+    // Models are used outside of explorations too, where they never have to wait.
+    return g_explorer != nullptr ? g_explorer->Stand(what, where, isReady, object, wakeable)
+                                 : Awaited::Ready;
+}
+
+} // namespace qv::explore

@@ -1,0 +1,23 @@
+// The model of a futex, found instead of the real one by explored sources.
+#pragma once
+
+#include <cstdint>
+
+#include "interleavings/explored_atomic.h"
+#include "platform/deadline.h"
+
+namespace qv::platform
+{
+
+bool SpinUntilChanged(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
+                      const explore::Where& where = explore::Where::current());
+void FutexWait(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
+               const explore::Where& where = explore::Where::current());
+// Any deadline between now and never may pass at any moment.
+bool FutexWaitUntil(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
+                    const Deadline& deadline,
+                    const explore::Where& where = explore::Where::current());
+void FutexWake(const explore::Atomic<std::uint32_t>* word, int count,
+               const explore::Where& where = explore::Where::current());
+
+} // namespace qv::platform
