@@ -227,16 +227,16 @@ TEST(NamedObject, LeavesNothingBehindWhenACallFails)
 TEST(NamedObject, IsRefusedAtTheLimitsOfTheProcess)
 {
     const std::string name = Own("limits");
-    for (const auto& [limit, value, error] :
-         {std::tuple{RLIMIT_NOFILE, rlim_t{3}, ERROR_TOO_MANY_OPEN_FILES},
-          std::tuple{RLIMIT_FSIZE, rlim_t{4095}, ERROR_FILE_TOO_LARGE}}) {
+    const auto expect = [&](decltype(RLIMIT_FSIZE) limit, rlim_t value, DWORD error) {
         Child limited([&] {
             const rlimit low = {value, value};
             setrlimit(limit, &low);
             return Open(name) == nullptr && GetLastError() == error;
         });
         EXPECT_TRUE(limited.Succeeded());
-    }
+    };
+    expect(RLIMIT_NOFILE, 3, ERROR_TOO_MANY_OPEN_FILES);
+    expect(RLIMIT_FSIZE, 4095, ERROR_FILE_TOO_LARGE);
     Child withoutStreams([&] {
         close_range(0, 2, 0);
         HANDLE const made = Open(name);

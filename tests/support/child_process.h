@@ -65,10 +65,11 @@ private:
     Value* m_value;
 };
 
-// Ten seconds at most. False if it never came true.
-template <class Test> bool Becomes(Test test)
+// False if it did not come true in that time.
+template <class Test>
+bool Becomes(Test test, std::chrono::seconds patience = std::chrono::seconds(10))
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto end = std::chrono::steady_clock::now() + patience;
     while (!test()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
