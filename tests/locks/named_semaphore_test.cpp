@@ -69,7 +69,7 @@ public:
     int Drain()
     {
         int count = 0;
-        while (QVNamedSemTryWait(m_semaphore) == S_OK) {
+        while (m_result >= 0 && QVNamedSemTryWait(m_semaphore) == S_OK) {
             ++count;
         }
         return count;

@@ -14,8 +14,10 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/security.h"
@@ -37,6 +39,7 @@ bool g_mayUnlink = true;
 int g_naps = 0;
 std::atomic<int> g_napsUntilOpen = 0;
 int g_gate = -1;
+std::function<void()> g_afterOpen;
 
 bool FailsNow()
 {
@@ -65,7 +68,11 @@ extern "C"
 
     int __wrap_open(const char* path, int flags, mode_t mode)
     {
-        return FailsNow() ? -1 : __real_open(path, flags, mode);
+        const int file = FailsNow() ? -1 : __real_open(path, flags, mode);
+        if (const auto meanwhile = std::exchange(g_afterOpen, nullptr)) {
+            meanwhile();
+        }
+        return file;
     }
     int __wrap_fcntl(int file, int command, void* argument)
     {
@@ -302,6 +309,9 @@ TEST(NamedObject, WaitsAtTheGateButNotForEver)
         EXPECT_EQ(naps != 0, made != nullptr);
         EXPECT_EQ(naps != 0 ? ERROR_ALREADY_EXISTS : ERROR_SHARING_VIOLATION, GetLastError());
         if (made != nullptr) {
+            // Whoever is in leaves it open.
+            CloseHandle(Open(name));
+            EXPECT_EQ(naps, g_naps);
             CloseHandle(made);
         } else {
             close(g_gate);
@@ -310,6 +320,23 @@ TEST(NamedObject, WaitsAtTheGateButNotForEver)
         CloseHandle(holder);
         EXPECT_FALSE(fs::exists(FileOf(name)));
     }
+}
+
+TEST(NamedObject, IsTheOneAtTheNameAlsoIfThatChangesMeanwhile)
+{
+    const std::string name = Own("change");
+    HANDLE holder = Open(name, 2);
+    g_afterOpen = [&] {
+        CloseHandle(holder);
+        holder = Open(name, 5);
+    };
+    HANDLE const made = Open(name, 1);
+    EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError());
+    LONG count = -1;
+    EXPECT_EQ(kTrue, ReleaseSemaphore(made, 1, &count));
+    EXPECT_EQ(5, count);
+    CloseHandle(made);
+    CloseHandle(holder);
 }
 
 TEST(NamedObject, IsWholeOrNotThereInAForkedChild)
