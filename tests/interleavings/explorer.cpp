@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <span>
 #include <sstream>
@@ -73,7 +74,7 @@ public:
     Outcome Run();
     Awaited Stand(const char* what, const Where& where, IsReady isReady, const void* object,
                   Wakeable wakeable);
-    [[noreturn]] void Fail(const std::string& what);
+    [[noreturn]] void Fail(const char* what);
     int Current() const { return m_current; }
     int Sleepers() const;
     void Say(const char* what) { At(m_current).said = what; }
@@ -120,14 +121,14 @@ private:
     int m_earlyWakes = 0;
     std::vector<Taken> m_story;
     std::vector<std::pair<const void*, const char*>> m_names;
-    std::string m_failure;
+    const char* m_wrong = nullptr; // with the schedule
 };
 
 Explorer* g_explorer = nullptr;
 
 void Explorer::Body()
 {
-    g_explorer->m_main.sanitizer.Arrived();
+    g_explorer->At(g_explorer->m_current).sanitizer.Arrived();
     // One schedule a round.
     for (;;) {
         Explorer& explorer = *g_explorer;
@@ -254,9 +255,9 @@ int Explorer::Sleepers() const
     return count;
 }
 
-void Explorer::Fail(const std::string& what)
+void Explorer::Fail(const char* what)
 {
-    m_failure = what + "\n" + Story();
+    m_wrong = what;
     if (m_current == kNobody) {
         throw ScheduleFailed();
     }
@@ -278,8 +279,8 @@ std::string Explorer::Story() const
         });
         text << (step.fiber == previous ? "            "
                                         : "  thread " + std::to_string(step.fiber) + "  ")
-             << step.said << ": " << step.what << (name != m_names.end() ? " " : "")
-             << (name != m_names.end() ? name->second : "")
+             << step.said << (*step.said != '\0' ? ": " : "") << step.what
+             << (name != m_names.end() ? " " : "") << (name != m_names.end() ? name->second : "")
              << (step.how == Awaited::TimedOut     ? ", times out"
                  : step.how == Awaited::WokenEarly ? ", wakes early"
                                                    : "")
@@ -312,11 +313,11 @@ void Explorer::RunSchedule()
     try {
         // Who begins is a free choice: all stand before their first step, and none has the turn.
         SwitchTo(Decide());
-        if (m_failure.empty() && m_scenario.atEnd) {
+        if (m_wrong == nullptr && m_scenario.atEnd) {
             m_scenario.atEnd();
         }
     } catch (const ScheduleFailed&) {
-        // told in m_failure
+        // told in m_wrong
     }
 }
 
@@ -339,14 +340,12 @@ Outcome Explorer::Run()
     do {
         RunSchedule();
         ++outcome.schedules;
-    } while (m_failure.empty() && NextSchedule());
-    outcome.failure = m_failure;
-    if (!m_failure.empty()) {
+    } while (m_wrong == nullptr && NextSchedule());
+    if (m_wrong != nullptr) {
+        outcome.failure = std::string(m_wrong) + "\n" + Story();
         // What stands on the stacks of a failed schedule is never unwound; it stays in reach.
-        static std::vector<std::unique_ptr<Fiber>> abandoned;
-        for (auto& fiber : m_fibers) {
-            abandoned.push_back(std::move(fiber));
-        }
+        static auto* const abandoned = new std::vector<std::unique_ptr<Fiber>>();
+        std::move(m_fibers.begin(), m_fibers.end(), std::back_inserter(*abandoned));
     }
     return outcome;
 }

@@ -198,7 +198,8 @@ Program Calls(std::initializer_list<const char*> threads)
                 scenario.afterEachStep = [world] { world->inspector.CheckStep(); };
                 scenario.atEnd = [world] { world->inspector.CheckFree(); };
                 return scenario;
-            }};
+            },
+            {.preemptions = programs.size() == 2 ? 5 : 3}};
 }
 
 } // namespace
