@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr DWORD kSome = 1000; // runs out at any moment
+constexpr Limits kEarlyWake = {.preemptions = 2, .earlyWakes = 1};
 
 struct World
 {
@@ -178,6 +179,7 @@ TEST(ConditionInterleavings, HoldInAll)
     ExpectHold({
         {"one item each, woken in the section", OneItemEach<Wakes::InSection>},
         {"one item each, woken after the section", OneItemEach<Wakes::AfterSection>},
+        {"one item each, early wake", OneItemEach<Wakes::AfterSection>, kEarlyWake},
         {"items for all, woken in the section", ItemsForAll<Wakes::InSection>},
         {"items for all, woken after the section", ItemsForAll<Wakes::AfterSection>},
         {"two signals free two who slept", SleptBeforeSignal<false>},

@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr DWORD kSome = 1000; // runs out at any moment
+constexpr Limits kEarlyWake = {.preemptions = 2, .earlyWakes = 1};
 
 struct EventWorld
 {
@@ -189,6 +190,7 @@ TEST(EventInterleavings, HoldInAll)
 {
     ExpectHold({
         {"auto-reset: two sets free two", TwoSetsFreeTwo},
+        {"auto-reset: two sets free two, early wake", TwoSetsFreeTwo, kEarlyWake},
         {"auto-reset: two sets and one wait", SetsAndOneWait},
         {"auto-reset: timed wait beside set", TimedWaitBesideSet},
         {"auto-reset: timed wait beside wait", TimedWaitBesideWait},
@@ -196,6 +198,7 @@ TEST(EventInterleavings, HoldInAll)
         {"auto-reset: waiter destroys", WaiterDestroysEvent<ObjectKind::AutoEvent>},
         {"manual-reset: waiter destroys", WaiterDestroysEvent<ObjectKind::ManualEvent>},
         {"semaphore: as many waits as posts", AsManyWaitsAsPosts},
+        {"semaphore: as many waits as posts, early wake", AsManyWaitsAsPosts, kEarlyWake},
         {"semaphore: timed wait beside posts", TimedWaitBesidePosts},
         {"semaphore: waiter destroys", WaiterDestroysSemaphore},
     });

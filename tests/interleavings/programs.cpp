@@ -47,11 +47,13 @@ void ExpectHold(const std::vector<Program>& programs)
         if (outcome.failure.empty()) {
             continue;
         }
+        // The models may still know threads of a schedule that failed: nothing runs after it.
         if (fault != nullptr) {
             std::printf("found: %s\n%s\n", fault, outcome.failure.c_str());
-            return;
+        } else {
+            ADD_FAILURE() << program.name << ": " << outcome.failure;
         }
-        ADD_FAILURE() << program.name << ": " << outcome.failure;
+        return;
     }
     if (fault != nullptr) {
         ADD_FAILURE() << "not found: " << fault;

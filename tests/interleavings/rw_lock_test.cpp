@@ -185,7 +185,8 @@ Program Calls(std::initializer_list<const char*> threads)
         name += name.empty() ? calls : std::string(" | ") + calls;
     }
     const std::vector<std::string> programs(threads.begin(), threads.end());
-    return {name, [programs] {
+    return {name,
+            [programs] {
                 const auto world = std::make_shared<World>();
                 Scenario scenario;
                 for (const std::string& calls : programs) {
@@ -199,7 +200,7 @@ Program Calls(std::initializer_list<const char*> threads)
                 scenario.atEnd = [world] { world->inspector.CheckFree(); };
                 return scenario;
             },
-            {.preemptions = programs.size() == 2 ? 5 : 3}};
+            {.preemptions = programs.size() == 2 ? 4 : 3}};
 }
 
 } // namespace
