@@ -48,8 +48,9 @@ QV_BEGIN_DECLS
  * counts as the empty one, which is a name like any other. The name of an unnamed semaphore has any
  * length and is for the reader alone. *handleOut is QV_SEMAPHORE_NONE after a failure. S_OK;
  * E_OUTOFMEMORY; E_FAIL for a count outside its range. Named ones also: E_ACCESSDENIED if the
- * semaphore belongs to somebody who does not share it; E_HANDLE if the name is that of another kind
- * of object; E_FAIL or QV_E_FILE_NOT_FOUND for a name that cannot be one (over 256 bytes, or with a
+ * semaphore belongs to somebody who does not share it, or a process that has stopped in the middle
+ * of opening it keeps it for ten seconds; E_HANDLE if the name is that of another kind of object;
+ * E_FAIL or QV_E_FILE_NOT_FOUND for a name that cannot be one (over 256 UTF-16 units, or with a
  * backslash), and if the system refuses.
  */
 QV_EXPORT QVRESULT QVSemaphoreCreate(int32_t initialCount, const char* name, uint32_t flags,
