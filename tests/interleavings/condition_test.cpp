@@ -117,7 +117,7 @@ void AwaitTwoSleeps(const World& world)
         const World& seen = *static_cast<const World*>(object);
         return seen.items == 2 && seen.section.holder == CRITICAL_SECTION::kNobody;
     };
-    Await("waits for two sleeps", Where::current(), haveBegun, &world);
+    Await("waits for two sleeps", Here(), haveBegun, &world);
 }
 
 template <bool all> Scenario SleptBeforeSignal()

@@ -38,42 +38,36 @@ public:
     Atomic(const Atomic&) = delete;
     Atomic& operator=(const Atomic&) = delete;
 
-    T load(std::memory_order = std::memory_order_seq_cst,
-           const Where& where = Where::current()) const
+    T load(std::memory_order = std::memory_order_seq_cst, Where where = Here()) const
     {
         Stop("load", where);
         return m_value;
     }
-    void store(T value, std::memory_order = std::memory_order_seq_cst,
-               const Where& where = Where::current())
+    void store(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
     {
         Stop("store", where);
         m_value = value;
     }
-    T exchange(T value, std::memory_order = std::memory_order_seq_cst,
-               const Where& where = Where::current())
+    T exchange(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
     {
         return Change("exchange", where, [value](T) { return value; });
     }
-    T fetch_add(T value, std::memory_order = std::memory_order_seq_cst,
-                const Where& where = Where::current())
+    T fetch_add(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
     {
         return Change("fetch_add", where, [value](T old) { return static_cast<T>(old + value); });
     }
-    T fetch_sub(T value, std::memory_order = std::memory_order_seq_cst,
-                const Where& where = Where::current())
+    T fetch_sub(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
     {
         return Change("fetch_sub", where, [value](T old) { return static_cast<T>(old - value); });
     }
-    T fetch_and(T value, std::memory_order = std::memory_order_seq_cst,
-                const Where& where = Where::current())
+    T fetch_and(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
     {
         return Change("fetch_and", where, [value](T old) { return static_cast<T>(old & value); });
     }
     bool compare_exchange_strong(T& expected, T value,
                                  std::memory_order = std::memory_order_seq_cst,
                                  std::memory_order = std::memory_order_seq_cst,
-                                 const Where& where = Where::current())
+                                 Where where = Here())
     {
         const T old = Change("compare_exchange", where,
                              [&](T seen) { return seen == expected ? value : seen; });
@@ -84,7 +78,7 @@ public:
     bool compare_exchange_weak(T& expected, T value,
                                std::memory_order success = std::memory_order_seq_cst,
                                std::memory_order failure = std::memory_order_seq_cst,
-                               const Where& where = Where::current())
+                               Where where = Here())
     {
         return compare_exchange_strong(expected, value, success, failure, where);
     }
@@ -96,12 +90,12 @@ private:
     using Tag = std::conditional_t<sizeof(T) == 8, std::uint64_t,
                                    std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint8_t>>;
 
-    void Stop(const char* what, const Where& where) const
+    void Stop(const char* what, Where where) const
     {
         Step(what, this, where);
         m_liveness.Check();
     }
-    template <class Operation> T Change(const char* what, const Where& where, Operation operation)
+    template <class Operation> T Change(const char* what, Where where, Operation operation)
     {
         Stop(what, where);
         const T old = m_value;

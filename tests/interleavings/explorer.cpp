@@ -19,7 +19,7 @@ namespace qv::explore
 namespace
 {
 
-constexpr std::size_t kStackSize = 64 * 1024;
+constexpr std::size_t kStackSize = 65536;
 
 struct Fiber
 {
@@ -30,7 +30,7 @@ struct Fiber
     const char* said = "";
     // The step that it stands before; ready at once without a condition.
     const char* what = nullptr;
-    Where where;
+    Where where = {};
     IsReady isReady = nullptr;
     const void* object = nullptr;
     Wakeable wakeable = Wakeable::WhenReady;
@@ -72,7 +72,7 @@ public:
     {}
 
     Outcome Run();
-    Awaited Stand(const char* what, const Where& where, IsReady isReady, const void* object,
+    Awaited Stand(const char* what, Where where, IsReady isReady, const void* object,
                   Wakeable wakeable);
     [[noreturn]] void Fail(const char* what);
     int Current() const { return m_current; }
@@ -94,7 +94,7 @@ private:
         }
     }
     void FindOptions();
-    void AddOptionsOf(int fiber);
+    void AddOptionsOf(int index);
     bool CurrentCanGoOn() const
     {
         return m_current != kNobody && m_fibers[static_cast<std::size_t>(m_current)]->CanGoOn();
@@ -228,7 +228,7 @@ int Explorer::Decide()
     return option.fiber;
 }
 
-Awaited Explorer::Stand(const char* what, const Where& where, IsReady isReady, const void* object,
+Awaited Explorer::Stand(const char* what, Where where, IsReady isReady, const void* object,
                         Wakeable wakeable)
 {
     if (m_current == kNobody) {
@@ -273,7 +273,7 @@ std::string Explorer::Story() const
     constexpr std::size_t kLines = 100;
     const std::size_t left = m_story.size() > kLines ? m_story.size() - kLines : 0;
     for (const Taken& step : std::span(m_story).subspan(left)) {
-        const std::string file = step.where.file_name();
+        const std::string file = step.where.file;
         const auto name = std::find_if(m_names.begin(), m_names.end(), [&](const auto& named) {
             return named.first == step.object;
         });
@@ -284,7 +284,7 @@ std::string Explorer::Story() const
              << (step.how == Awaited::TimedOut     ? ", times out"
                  : step.how == Awaited::WokenEarly ? ", wakes early"
                                                    : "")
-             << "  (" << file.substr(file.rfind('/') + 1) << ':' << step.where.line() << ")\n";
+             << "  (" << file.substr(file.rfind('/') + 1) << ':' << step.where.line << ")\n";
         previous = step.fiber;
     }
     return text.str();
@@ -306,7 +306,7 @@ void Explorer::RunSchedule()
         fiber->said = "";
         fiber->what = "begins";
         fiber->object = nullptr;
-        fiber->where = Where::current();
+        fiber->where = Here();
         fiber->isReady = nullptr;
         fiber->wakeable = Wakeable::WhenReady;
     }
@@ -373,7 +373,7 @@ int CurrentThread()
     return g_explorer != nullptr ? g_explorer->Current() : -1;
 }
 
-void Step(const char* what, const void* object, const Where& where)
+void Step(const char* what, const void* object, Where where)
 {
     Await(what, where, nullptr, object);
 }
@@ -388,7 +388,7 @@ void Name(const void* object, const char* name)
     g_explorer->Name(object, name);
 }
 
-void AwaitSleepers(int count, const Where& where)
+void AwaitSleepers(int count, Where where)
 {
     Await(
         "waits for sleepers", where,
@@ -398,8 +398,7 @@ void AwaitSleepers(int count, const Where& where)
         &count);
 }
 
-Awaited Await(const char* what, const Where& where, IsReady isReady, const void* object,
-              Wakeable wakeable)
+Awaited Await(const char* what, Where where, IsReady isReady, const void* object, Wakeable wakeable)
 {
     // Models are used outside of explorations too, where they never have to wait.
     return g_explorer != nullptr ? g_explorer->Stand(what, where, isReady, object, wakeable)

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <functional>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -45,8 +44,18 @@ void Require(bool holds, const char* what);
 int CurrentThread();
 
 // A step of a model is about to be taken.
-using Where = std::source_location;
-void Step(const char* what, const void* object, const Where& where);
+struct Where
+{
+    const char* file;
+    unsigned line;
+};
+// As a default argument it is the place of the call. Not std::source_location, which Clang 14
+// lacks.
+constexpr Where Here(const char* file = __builtin_FILE(), unsigned line = __builtin_LINE())
+{
+    return {file, line};
+}
+void Step(const char* what, const void* object, Where where);
 
 // For the story of a failed schedule: what the running thread is at, and an object's name.
 void Say(const char* what);
@@ -66,10 +75,10 @@ enum class Awaited
     TimedOut,
 };
 using IsReady = bool (*)(const void* object);
-Awaited Await(const char* what, const Where& where, IsReady isReady, const void* object,
+Awaited Await(const char* what, Where where, IsReady isReady, const void* object,
               Wakeable wakeable = Wakeable::WhenReady);
 
 // Waits until so many threads sleep on something that can also end early or run out of time.
-void AwaitSleepers(int count, const Where& where = Where::current());
+void AwaitSleepers(int count, Where where = Here());
 
 } // namespace qv::explore

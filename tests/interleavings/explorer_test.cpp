@@ -12,7 +12,7 @@ namespace
 
 void TakeStep()
 {
-    Step("step", nullptr, Where::current());
+    Step("step", nullptr, Here());
 }
 
 // Two threads of two letters each, and the words that they write.
@@ -54,7 +54,7 @@ TEST(Explorer, SaysWhatGoesWrong)
     static bool isReady = false;
     const auto never = [] {
         Await(
-            "waits in vain", Where::current(), [](const void*) { return isReady; }, nullptr);
+            "waits in vain", Here(), [](const void*) { return isReady; }, nullptr);
     };
     const auto endless = [] {
         for (;;) {
@@ -89,9 +89,8 @@ TEST(Explorer, LetsWaitsRunOutAtAnyMoment)
         isSet = false;
         return Scenario{.threads = {[] {
                                         how = Await(
-                                            "waits", Where::current(),
-                                            [](const void*) { return isSet; }, nullptr,
-                                            Wakeable::ByTimeOutToo);
+                                            "waits", Here(), [](const void*) { return isSet; },
+                                            nullptr, Wakeable::ByTimeOutToo);
                                     },
                                     [] {
                                         TakeStep();

@@ -173,12 +173,12 @@ void RunCall(World& world, char call)
     default:
         Say("?");
         Await(
-            "waits for !", Where::current(),
+            "waits for !", Here(),
             [](const void* mayGoOn) { return *static_cast<const bool*>(mayGoOn); }, &world.mayGoOn);
     }
 }
 
-Program Calls(std::initializer_list<const char*> threads)
+Program Calls(std::initializer_list<const char*> threads, int preemptions = 3)
 {
     std::string name;
     for (const char* const calls : threads) {
@@ -200,7 +200,7 @@ Program Calls(std::initializer_list<const char*> threads)
                 scenario.atEnd = [world] { world->inspector.CheckFree(); };
                 return scenario;
             },
-            {.preemptions = programs.size() == 2 ? 4 : 3}};
+            {.preemptions = preemptions}};
 }
 
 } // namespace
@@ -210,22 +210,22 @@ Program Calls(std::initializer_list<const char*> threads)
 TEST(RWLockInterleavings, HoldInAll)
 {
     ExpectHold({
-        Calls({"rR", "wW"}),
-        Calls({"rrRR", "wwWW"}),
-        Calls({"rwWR", "rR"}),
-        Calls({"rwRW", "rR"}),
-        Calls({"wrWR", "wW"}),
-        Calls({"wrRW", "rR"}),
-        Calls({"tR", "TW"}),
-        Calls({"rTWR", "rTWR"}),
+        Calls({"rR", "wW"}, 4),
+        Calls({"rrRR", "wwWW"}, 4),
+        Calls({"rwWR", "rR"}, 4),
+        Calls({"rwRW", "rR"}, 4),
+        Calls({"wrWR", "wW"}, 4),
+        Calls({"wrRW", "rR"}, 4),
+        Calls({"tR", "TW"}, 4),
+        Calls({"rTWR", "rTWR"}, 4),
         Calls({"rR", "wW", "wW"}),
         Calls({"rR", "rR", "wW"}),
         Calls({"rrRR", "rR", "wW"}),
         Calls({"wrWR", "wW", "rR"}),
         Calls({"wwWW", "TW", "tR"}),
-        Calls({"rwWR", "rR", "rR"}),
+        Calls({"rwWR", "rR", "rR"}, 2),
         Calls({"rwWR", "rR", "TW"}),
-        Calls({"rw!WR", "rR", "?wW"}),
+        Calls({"rw!WR", "rR", "?wW"}, 2),
         Calls({"rTWR", "rR", "wW"}),
     });
 }

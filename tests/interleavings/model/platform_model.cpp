@@ -41,7 +41,7 @@ bool IsWoken(const void* object)
 }
 
 bool Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected, Wakeable wakeable,
-           const Where& where)
+           Where where)
 {
     Step("futex wait", &word, where);
     if (word.Seen() != expected) {
@@ -73,7 +73,7 @@ void DeleteCriticalSection(CRITICAL_SECTION* section)
     section->liveness.Check();
 }
 
-LONG EnterCriticalSection(CRITICAL_SECTION* section, const Where& where)
+LONG EnterCriticalSection(CRITICAL_SECTION* section, Where where)
 {
     if (section->holder == CurrentThread()) {
         ++section->depth; // nobody else can tell
@@ -85,7 +85,7 @@ LONG EnterCriticalSection(CRITICAL_SECTION* section, const Where& where)
     return 0;
 }
 
-BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, const Where& where)
+BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, Where where)
 {
     Step("try to enter", section, where);
     section->liveness.Check();
@@ -100,7 +100,7 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, const Where& where)
     return kTrue;
 }
 
-void LeaveCriticalSection(CRITICAL_SECTION* section, const Where& where)
+void LeaveCriticalSection(CRITICAL_SECTION* section, Where where)
 {
     Require(section->holder == CurrentThread(), "a section is left by a thread without it");
     if (section->depth != 0) {
@@ -112,18 +112,18 @@ void LeaveCriticalSection(CRITICAL_SECTION* section, const Where& where)
     section->holder = CRITICAL_SECTION::kNobody;
 }
 
-bool SpinUntilChanged(const Atomic<std::uint32_t>& word, std::uint32_t expected, const Where& where)
+bool SpinUntilChanged(const Atomic<std::uint32_t>& word, std::uint32_t expected, Where where)
 {
     return word.load(std::memory_order_acquire, where) != expected;
 }
 
-void FutexWait(const Atomic<std::uint32_t>& word, std::uint32_t expected, const Where& where)
+void FutexWait(const Atomic<std::uint32_t>& word, std::uint32_t expected, Where where)
 {
     Sleep(word, expected, Wakeable::EarlyToo, where);
 }
 
 bool FutexWaitUntil(const Atomic<std::uint32_t>& word, std::uint32_t expected,
-                    const Deadline& deadline, const Where& where)
+                    const Deadline& deadline, Where where)
 {
     if (deadline.IsNow()) {
         return false;
@@ -132,7 +132,7 @@ bool FutexWaitUntil(const Atomic<std::uint32_t>& word, std::uint32_t expected,
                  where);
 }
 
-void FutexWake(const Atomic<std::uint32_t>* word, int count, const Where& where)
+void FutexWake(const Atomic<std::uint32_t>* word, int count, Where where)
 {
     Step("futex wake", word, where);
     for (Sleeper* const sleeper : g_sleepers) {

@@ -21,11 +21,8 @@ struct CRITICAL_SECTION
 BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spin);
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
-LONG EnterCriticalSection(CRITICAL_SECTION* section,
-                          const explore::Where& where = explore::Where::current());
-BOOL TryEnterCriticalSection(CRITICAL_SECTION* section,
-                             const explore::Where& where = explore::Where::current());
-void LeaveCriticalSection(CRITICAL_SECTION* section,
-                          const explore::Where& where = explore::Where::current());
+LONG EnterCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
+BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
+void LeaveCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
 
 } // namespace qv::platform

@@ -10,14 +10,13 @@ namespace qv::platform
 {
 
 bool SpinUntilChanged(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
-                      const explore::Where& where = explore::Where::current());
+                      explore::Where where = explore::Here());
 void FutexWait(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
-               const explore::Where& where = explore::Where::current());
+               explore::Where where = explore::Here());
 // Any deadline between now and never may pass at any moment.
 bool FutexWaitUntil(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
-                    const Deadline& deadline,
-                    const explore::Where& where = explore::Where::current());
+                    const Deadline& deadline, explore::Where where = explore::Here());
 void FutexWake(const explore::Atomic<std::uint32_t>* word, int count,
-               const explore::Where& where = explore::Where::current());
+               explore::Where where = explore::Here());
 
 } // namespace qv::platform

@@ -14,7 +14,7 @@ class EventObject final : public KernelObject
 public:
     EventObject() : KernelObject(ObjectKind::ManualEvent) {}
 
-    bool TrySet(const explore::Where& where = explore::Where::current())
+    bool TrySet(explore::Where where = explore::Here())
     {
         explore::Step("open", this, where);
         m_isSignalled = true;
@@ -24,12 +24,12 @@ public:
         m_waiters.clear();
         return true;
     }
-    void Reset(const explore::Where& where = explore::Where::current())
+    void Reset(explore::Where where = explore::Here())
     {
         explore::Step("close", this, where);
         m_isSignalled = false;
     }
-    bool IsSignalled(const explore::Where& where = explore::Where::current()) const
+    bool IsSignalled(explore::Where where = explore::Here()) const
     {
         explore::Step("look at", this, where);
         return m_isSignalled;
@@ -37,7 +37,7 @@ public:
     bool TryTake() { return IsSignalled(); }
     DWORD Wait(const Deadline& deadline) override
     {
-        const auto where = explore::Where::current();
+        const auto where = explore::Here();
         explore::Step("wait at", this, where);
         if (m_isSignalled) {
             return WAIT_OBJECT_0;
