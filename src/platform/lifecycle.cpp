@@ -24,6 +24,9 @@ namespace
 // comes nor goes before it is let go.
 constinit CRITICAL_SECTION g_changing{};
 
+// Held around a fork: the C library runs the handlers of several threads at once.
+constinit CRITICAL_SECTION g_forking{};
+
 class Changing
 {
 public:
@@ -79,33 +82,35 @@ bool OtherThreadsLive()
 // Whether this thread's fork is one that the module hears of.
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool t_forkIsTold = false;
 
-// Never waits for an unload: the code that waits would be gone at its end.
-void OnFork(ForkStage stage)
+void PrepareFork()
+{
+    EnterCriticalSection(&g_forking);
+    // Never waits for an unload: the code that waits would be gone at its end.
+    t_forkIsTold = TryEnterCriticalSection(&g_changing) != kFalse;
+    if (t_forkIsTold) {
+        ForkNotification(ForkStage::Prepare);
+        HoldNamedObjects();
+    }
+}
+
+void EndFork(ForkStage stage)
 {
     if (stage == ForkStage::Child) {
         ForgetThreads();
     }
-    if (stage == ForkStage::Prepare) {
-        t_forkIsTold = TryEnterCriticalSection(&g_changing) != kFalse;
-    }
-    if (!t_forkIsTold) {
-        return;
-    }
-    if (stage == ForkStage::Prepare) {
-        ForkNotification(stage);
-        HoldNamedObjects();
-    } else {
+    if (t_forkIsTold) {
         ReleaseNamedObjects();
         ForkNotification(stage);
         t_forkIsTold = false;
         LeaveCriticalSection(&g_changing);
     }
+    LeaveCriticalSection(&g_forking);
 }
 
 [[gnu::constructor]] void OnLoad()
 {
-    pthread_atfork([] { OnFork(ForkStage::Prepare); }, [] { OnFork(ForkStage::Parent); },
-                   [] { OnFork(ForkStage::Child); });
+    pthread_atfork(
+        &PrepareFork, [] { EndFork(ForkStage::Parent); }, [] { EndFork(ForkStage::Child); });
     TakeProcessors();
     const Changing changing;
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
