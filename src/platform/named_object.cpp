@@ -214,7 +214,9 @@ DWORD NamedObject::TakeOver(ObjectFile&& file, const NamedRequest& request)
 void NamedObject::Hold(ObjectFile&& file, NamedHead* head)
 {
     file.Unlock(ObjectByte::Gate);
-    m_file = file.Release();
+    // The mapping alone holds the file, and its locks: there is no descriptor that could run out,
+    // or that a host which closes all that it does not know could give to another file.
+    close(file.Release());
     m_head = head;
     m_next = g_first;
     m_previous = nullptr;
@@ -230,9 +232,7 @@ void NamedObject::GiveUp()
     if (m_next != nullptr) {
         m_next->m_previous = m_previous;
     }
-    // The mapping first: it holds the file, and its locks, as much as the descriptor does.
     munmap(std::exchange(m_head, nullptr), kNamedHeadSize);
-    close(std::exchange(m_file, -1));
 }
 
 void CloseNamedObjects()

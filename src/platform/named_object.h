@@ -46,7 +46,6 @@ public:
 
     // Null when nothing is held, as after the unload of the module.
     NamedHead* Head() const { return m_head; }
-    int File() const { return m_file; }
 
 private:
     friend void CloseNamedObjects();
@@ -59,7 +58,6 @@ private:
     void GiveUp();
 
     NamedHead* m_head = nullptr;
-    int m_file = -1;
     ObjectPath m_path;
     NamedObject* m_next = nullptr;
     NamedObject* m_previous = nullptr;
