@@ -1,6 +1,7 @@
-// A forked child that runs a function, and shared memory to see it by.
+// A forked child that runs a function, and what a parent sees it by.
 #pragma once
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -8,7 +9,9 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <new>
+#include <string>
 #include <thread>
 
 namespace qv::test
@@ -48,22 +51,12 @@ private:
     pid_t m_id;
 };
 
-// One value, zero at first, that this process and its children see.
-template <class Value> class Shared
+// A value, zero at first, that this process and its children see. It is never unmapped.
+template <class Value> Value& MakeShared()
 {
-public:
-    Shared()
-        : m_value(new (mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Value())
-    {}
-    ~Shared() { munmap(m_value, sizeof(Value)); }
-    Shared(const Shared&) = delete;
-    Shared& operator=(const Shared&) = delete;
-    Value* operator->() const { return m_value; }
-
-private:
-    Value* m_value;
-};
+    return *new (mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                      -1, 0)) Value();
+}
 
 // False if it did not come true in that time.
 template <class Test>
@@ -83,6 +76,29 @@ inline std::chrono::seconds StressTime()
 {
     const char* const seconds = std::getenv("QV_TEST_SECONDS");
     return std::chrono::seconds(seconds != nullptr ? std::atol(seconds) : 2);
+}
+
+// A name of this run alone, also beside other runs.
+inline std::string OwnName(const std::string& name)
+{
+    static const std::string prefix = "test." + std::to_string(getpid()) + ".";
+    return prefix + name;
+}
+
+inline std::ptrdiff_t CountDescriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// Locks one byte of the file for as long as the descriptor is open.
+inline int LockByte(const char* path, off_t byte, short type = F_WRLCK)
+{
+    const int file = open(path, O_RDWR | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_start = byte;
+    lock.l_len = 1;
+    return fcntl(file, F_OFD_SETLK, &lock) == 0 ? file : -1;
 }
 
 } // namespace qv::test
