@@ -128,9 +128,10 @@ QVRESULT CQVRWLockImpl::TryAcquireRead()
 
 QVRESULT CQVRWLockImpl::ReleaseRead() noexcept
 {
-    // Only the writer can see true here, and a thread that holds a read cannot see a stale false.
+    // A thread that holds a read sees true only if it is the writer. One that holds nothing must
+    // not give the writer's reads back.
     if (IsWriting()) {
-        if (m_savedReadCount <= 0) {
+        if (!HoldsCriticalSection(*m_lockSection) || m_savedReadCount <= 0) {
             return E_FAIL;
         }
         --m_savedReadCount;

@@ -107,6 +107,9 @@ TEST(RWLock, NestsInEveryWayOnOneThread)
         for (const char step : sequence) {
             ASSERT_EQ(Do(owned.lock, step), holds.Take(step)) << sequence;
         }
+        if (holds.reads != 0 && holds.writes != 0) {
+            ASSERT_EQ(Elsewhere(owned.lock, 'r', 'T'), E_FAIL) << sequence;
+        }
         const RWLockInspector inside(owned.lock);
         ASSERT_EQ(inside.HoldCount(), holds.writes != 0 ? holds.writes : holds.reads) << sequence;
         ASSERT_EQ(inside.SavedReads(), holds.writes != 0 ? holds.reads : 0) << sequence;

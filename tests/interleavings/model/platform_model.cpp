@@ -112,6 +112,11 @@ void LeaveCriticalSection(CRITICAL_SECTION* section, Where where)
     section->holder = CRITICAL_SECTION::kNobody;
 }
 
+bool HoldsCriticalSection(const CRITICAL_SECTION& section)
+{
+    return section.holder == CurrentThread();
+}
+
 bool SpinUntilChanged(const Atomic<std::uint32_t>& word, std::uint32_t expected, Where where)
 {
     return word.load(std::memory_order_acquire, where) != expected;

@@ -24,5 +24,6 @@ void DeleteCriticalSection(CRITICAL_SECTION* section);
 LONG EnterCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
 BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
 void LeaveCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
+bool HoldsCriticalSection(const CRITICAL_SECTION& section);
 
 } // namespace qv::platform
