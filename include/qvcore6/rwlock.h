@@ -22,7 +22,8 @@
  * Not guaranteed: an order among those who wait. Not detected, and a deadlock: a thread that holds
  * a read asks for write while another thread is on its way to write; each then waits for the other.
  * So among threads that may read at the same time at most one upgrades; others release their read
- * first, or try. A read that a thread holds when it forks cannot be released in the child.
+ * first, or try. A read that a thread holds when it forks cannot be released in the child. One that
+ * it holds when it ends stays, for a later thread to which the system gives the same id.
  *
  * The lock is local to the process. No function tests its handle; any thread may call any function
  * on a live one. A free lock costs a few atomic operations each way and no system call.
@@ -41,7 +42,8 @@ QV_BEGIN_DECLS
 /*
  * Makes a free lock. The name, of which null counts as the empty one, is for its owner; no flag has
  * an effect. *handleOut is QV_RWLOCK_NONE after a failure.
- * S_OK; E_OUTOFMEMORY; E_FAIL if the library could not start in this process, or has stopped.
+ * S_OK; E_OUTOFMEMORY. S_OK too without the lock's inner mutexes, for which there was no memory or
+ * no started library: such a lock refuses every hold.
  */
 QV_EXPORT QVRESULT QVRWLockCreate(const char* name, uint32_t flags, QVRWLock* handleOut);
 
@@ -51,14 +53,14 @@ QV_EXPORT QVRESULT QVRWLockDestroy(QVRWLock lock);
 /*
  * Waits, without limit, until the calling thread holds a read. A thread that already reads or
  * writes never waits. S_OK; E_OUTOFMEMORY if there was no memory to note a further reading thread,
- * or for all parts of the lock when it was made: then it refuses every hold.
+ * or the lock was made without its mutexes.
  */
 QV_EXPORT QVRESULT QVRWLockAcquireRead(QVRWLock lock);
 
 /*
  * Waits, without limit, until the calling thread writes and no other thread reads. The only reader
  * that upgrades, and the writer itself, never wait.
- * S_OK; E_OUTOFMEMORY as above for a lock without all its parts.
+ * S_OK; E_OUTOFMEMORY for a lock without its mutexes.
  */
 QV_EXPORT QVRESULT QVRWLockAcquireWrite(QVRWLock lock);
 
