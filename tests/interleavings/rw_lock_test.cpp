@@ -3,6 +3,7 @@
 // A program is a string of calls:
 //   r R  acquire and release a read       w W  acquire and release a write
 //   t T  try a read and a write; the release of what was not had is left out
+//   x    acquires a write, but fails if it has to wait
 //   ! ?  let those go on that wait; wait
 #include <gtest/gtest.h>
 
@@ -44,6 +45,8 @@ public:
     CQVRWLockImpl& Lock() { return m_lock; }
     Holds& Of(int thread) { return m_holds[static_cast<std::size_t>(thread)]; }
 
+    void FailWaits(int thread) { qv::core::ObjectOf<Event>(GateRecord())->failing = thread; }
+
     void CheckStep()
     {
         CheckExclusion();
@@ -62,12 +65,12 @@ public:
 private:
     using Event = qv::platform::EventObject;
 
-    const Event& Gate() const
+    // A gate begins with its record.
+    const qv::core::WaitRecord& GateRecord() const
     {
-        // A gate begins with its record.
-        const auto& record = *reinterpret_cast<const qv::core::WaitRecord*>(m_lock.m_writerGate);
-        return *qv::core::ObjectOf<Event>(record);
+        return *reinterpret_cast<const qv::core::WaitRecord*>(m_lock.m_writerGate);
     }
+    const Event& Gate() const { return *qv::core::ObjectOf<Event>(GateRecord()); }
     int Holder() const { return m_lock.m_lockSection->holder; }
     int EntryOf(int thread)
     {
@@ -149,6 +152,10 @@ void RunCall(World& world, char call)
         must(done("AcquireWrite", &CQVRWLockImpl::AcquireWrite, lock));
         ++holds.writes;
         break;
+    case 'x':
+        world.inspector.FailWaits(CurrentThread());
+        holds.writes += done("AcquireWrite", &CQVRWLockImpl::AcquireWrite, lock) ? 1 : 0;
+        break;
     case 't':
         holds.reads += done("TryAcquireRead", &CQVRWLockImpl::TryAcquireRead, lock) ? 1 : 0;
         break;
@@ -210,22 +217,12 @@ Program Calls(std::initializer_list<const char*> threads, int preemptions = 3)
 TEST(RWLockInterleavings, HoldInAll)
 {
     ExpectHold({
-        Calls({"rR", "wW"}, 4),
-        Calls({"rrRR", "wwWW"}, 4),
-        Calls({"rwWR", "rR"}, 4),
-        Calls({"rwRW", "rR"}, 4),
-        Calls({"wrWR", "wW"}, 4),
-        Calls({"wrRW", "rR"}, 4),
-        Calls({"tR", "TW"}, 4),
-        Calls({"rTWR", "rTWR"}, 4),
-        Calls({"rR", "wW", "wW"}),
-        Calls({"rR", "rR", "wW"}),
-        Calls({"rrRR", "rR", "wW"}),
-        Calls({"wrWR", "wW", "rR"}),
-        Calls({"wwWW", "TW", "tR"}),
-        Calls({"rwWR", "rR", "rR"}, 2),
-        Calls({"rwWR", "rR", "TW"}),
-        Calls({"rw!WR", "rR", "?wW"}, 2),
+        Calls({"rR", "wW"}, 4),      Calls({"rrRR", "wwWW"}, 4),  Calls({"rwWR", "rR"}, 4),
+        Calls({"rwRW", "rR"}, 4),    Calls({"wrWR", "wW"}, 4),    Calls({"wrRW", "rR"}, 4),
+        Calls({"tR", "TW"}, 4),      Calls({"rTWR", "rTWR"}, 4),  Calls({"rxWR", "rR"}, 4),
+        Calls({"rR", "wW", "wW"}),   Calls({"rR", "rR", "wW"}),   Calls({"rrRR", "rR", "wW"}),
+        Calls({"wrWR", "wW", "rR"}), Calls({"wwWW", "TW", "tR"}), Calls({"rwWR", "rR", "rR"}, 2),
+        Calls({"rwWR", "rR", "TW"}), Calls({"rxWR", "rR", "TW"}), Calls({"rw!WR", "rR", "?wW"}, 2),
         Calls({"rTWR", "rR", "wW"}),
     });
 }

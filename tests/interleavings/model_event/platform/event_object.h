@@ -39,6 +39,9 @@ public:
     {
         const auto where = explore::Here();
         explore::Step("wait at", this, where);
+        if (explore::CurrentThread() == failing) {
+            return WAIT_FAILED;
+        }
         if (m_isSignalled) {
             return WAIT_OBJECT_0;
         }
@@ -51,6 +54,8 @@ public:
         return WAIT_OBJECT_0;
     }
     void Close() override { delete this; }
+
+    int failing = -2; // the thread whose waits fail
 
     // No steps.
     bool SeenOpen() const { return m_isSignalled; }
