@@ -78,6 +78,40 @@ void ReleaseTaskAllocator()
     }
 }
 
+// The tables that a fork makes stand still, as far as the start came.
+class ForkedTables
+{
+public:
+    template <class Act> void Forwards(Act act) const
+    {
+        Do(m_factories, act);
+        Do(m_modules, act);
+        Do(m_threads, act);
+        Do(m_statistics, act);
+    }
+    template <class Act> void Backwards(Act act) const
+    {
+        Do(m_statistics, act);
+        Do(m_threads, act);
+        Do(m_modules, act);
+        Do(m_factories, act);
+    }
+
+private:
+    template <class Table, class Act> static void Do(Table* table, Act& act)
+    {
+        if (table != nullptr) {
+            act(*table);
+        }
+    }
+
+    CQVClientData* m_client = g_globalData.m_clientData;
+    CQVFactoryManager* m_factories = m_client != nullptr ? &m_client->m_factoryManager : nullptr;
+    CQVModuleManager* m_modules = g_globalData.m_moduleManager;
+    CQVThreadManager* m_threads = m_client != nullptr ? &m_client->m_threadManager : nullptr;
+    CQVLockStatManager* m_statistics = g_globalData.m_lockStatManager;
+};
+
 } // namespace
 
 QVRESULT QVLibraryStart()
@@ -128,54 +162,20 @@ BOOL DllMain(void* /*instance*/, DWORD reason, void* reserved)
     return kTrue;
 }
 
-// The child must find every table whole and every lock free, so the tables stand still meanwhile.
+// The child must find every table whole and every lock free, so the tables stand still meanwhile:
+// in the order of their locks, and back.
 void ForkNotification(ForkStage stage)
 {
-    CQVModuleManager* const modules = g_globalData.m_moduleManager;
-    CQVClientData* const client = g_globalData.m_clientData;
-    CQVLockStatManager* const statistics = g_globalData.m_lockStatManager;
+    const core::ForkedTables tables;
     switch (stage) {
     case ForkStage::Prepare:
-        if (client != nullptr) {
-            client->m_factoryManager.PrepareFork();
-        }
-        if (modules != nullptr) {
-            modules->PrepareFork();
-        }
-        if (client != nullptr) {
-            client->m_threadManager.PrepareFork();
-        }
-        if (statistics != nullptr) {
-            statistics->PrepareFork();
-        }
+        tables.Forwards([](auto& table) { table.PrepareFork(); });
         break;
     case ForkStage::Parent:
-        if (statistics != nullptr) {
-            statistics->ParentAfterFork();
-        }
-        if (client != nullptr) {
-            client->m_threadManager.ParentAfterFork();
-        }
-        if (modules != nullptr) {
-            modules->ParentAfterFork();
-        }
-        if (client != nullptr) {
-            client->m_factoryManager.ParentAfterFork();
-        }
+        tables.Backwards([](auto& table) { table.ParentAfterFork(); });
         break;
     case ForkStage::Child:
-        if (statistics != nullptr) {
-            statistics->ChildAfterFork();
-        }
-        if (client != nullptr) {
-            client->m_threadManager.ChildAfterFork();
-        }
-        if (modules != nullptr) {
-            modules->ChildAfterFork();
-        }
-        if (client != nullptr) {
-            client->m_factoryManager.ChildAfterFork();
-        }
+        tables.Backwards([](auto& table) { table.ChildAfterFork(); });
         core::FreeDebugLockInChild();
         break;
     }

@@ -1,6 +1,7 @@
 #include "platform/condition_variable.h"
 
 #include "platform/error.h"
+#include "platform/section_hold.h"
 #include "platform/wait.h"
 
 namespace qv::platform
@@ -9,31 +10,16 @@ namespace qv::platform
 namespace
 {
 
-class Locked
-{
-public:
-    explicit Locked(CONDITION_VARIABLE& condition) : m_lock(condition.lock)
-    {
-        EnterCriticalSection(&m_lock);
-    }
-    ~Locked() { LeaveCriticalSection(&m_lock); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-private:
-    CRITICAL_SECTION& m_lock;
-};
-
 void AddWaiter(CONDITION_VARIABLE& condition, Waiter& waiter)
 {
-    const Locked locked(condition);
+    const SectionHold locked(&condition.lock);
     condition.queue.Append(waiter);
     condition.waiters.fetch_add(1);
 }
 
 Waiter* TakeFirst(CONDITION_VARIABLE& condition)
 {
-    const Locked locked(condition);
+    const SectionHold locked(&condition.lock);
     Waiter* const first = condition.queue.TakeFirst();
     if (first != nullptr) {
         condition.waiters.fetch_sub(1);
@@ -43,7 +29,7 @@ Waiter* TakeFirst(CONDITION_VARIABLE& condition)
 
 Waiter* TakeAll(CONDITION_VARIABLE& condition)
 {
-    const Locked locked(condition);
+    const SectionHold locked(&condition.lock);
     condition.waiters.store(0);
     return condition.queue.TakeAll();
 }
@@ -51,7 +37,7 @@ Waiter* TakeAll(CONDITION_VARIABLE& condition)
 // False if the waiter has been taken out of the queue meanwhile, and is owed a grant.
 bool GiveUp(CONDITION_VARIABLE& condition, Waiter& waiter)
 {
-    const Locked locked(condition);
+    const SectionHold locked(&condition.lock);
     const bool removed = condition.queue.Remove(waiter);
     if (removed) {
         condition.waiters.fetch_sub(1);

@@ -1,24 +1,9 @@
 #include "platform/event_object.h"
 
+#include "platform/section_hold.h"
+
 namespace qv::platform
 {
-
-namespace
-{
-
-class Locked
-{
-public:
-    explicit Locked(CRITICAL_SECTION& lock) : m_lock(lock) { EnterCriticalSection(&m_lock); }
-    ~Locked() { LeaveCriticalSection(&m_lock); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-private:
-    CRITICAL_SECTION& m_lock;
-};
-
-} // namespace
 
 void EventObject::Set()
 {
@@ -57,7 +42,7 @@ DWORD EventObject::Wait(const Deadline& deadline)
 
 Waiter* EventObject::TakeFreed()
 {
-    const Locked locked(m_lock);
+    const SectionHold locked(&m_lock);
     if (m_queue.IsEmpty()) {
         return nullptr;
     }
@@ -71,7 +56,7 @@ Waiter* EventObject::TakeFreed()
 
 bool EventObject::PassOrQueue(Waiter& waiter)
 {
-    const Locked locked(m_lock);
+    const SectionHold locked(&m_lock);
     std::uint32_t seen = kUnsignalled;
     // Announced before it sleeps: every set from now on finds it.
     while (seen != kAwaited && !m_state.compare_exchange_strong(seen, kAwaited)) {
@@ -88,7 +73,7 @@ bool EventObject::PassOrQueue(Waiter& waiter)
 
 bool EventObject::GiveUp(Waiter& waiter)
 {
-    const Locked locked(m_lock);
+    const SectionHold locked(&m_lock);
     const bool removed = m_queue.Remove(waiter);
     if (removed && m_queue.IsEmpty()) {
         m_state.store(kUnsignalled);

@@ -12,6 +12,7 @@
 #include "platform/library_counts.h"
 #include "platform/named_object.h"
 #include "platform/registry_store.h"
+#include "platform/section_hold.h"
 #include "platform/thread.h"
 
 namespace qv::platform
@@ -26,15 +27,6 @@ constinit CRITICAL_SECTION g_changing{};
 
 // Held around a fork: the C library runs the handlers of several threads at once.
 constinit CRITICAL_SECTION g_forking{};
-
-class Changing
-{
-public:
-    Changing() { EnterCriticalSection(&g_changing); }
-    ~Changing() { LeaveCriticalSection(&g_changing); }
-    Changing(const Changing&) = delete;
-    Changing& operator=(const Changing&) = delete;
-};
 
 struct Callers
 {
@@ -112,14 +104,14 @@ void EndFork(ForkStage stage)
     pthread_atfork(
         &PrepareFork, [] { EndFork(ForkStage::Parent); }, [] { EndFork(ForkStage::Child); });
     TakeProcessors();
-    const Changing changing;
+    const SectionHold changing(&g_changing);
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
 
 [[gnu::destructor]] void OnUnload()
 {
     if (!ProcessIsExiting()) {
-        const Changing changing;
+        const SectionHold changing(&g_changing);
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         CloseNamedObjects();
         CloseRegistryStores();

@@ -9,10 +9,10 @@
 #include <ctime>
 #include <utility>
 
-#include "platform/critical_section.h"
 #include "platform/deadline.h"
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
+#include "platform/section_hold.h"
 
 namespace qv::platform
 {
@@ -24,15 +24,6 @@ namespace
 // opened file would keep the object alive for ever. Never held while waiting for another process.
 constinit CRITICAL_SECTION g_lock{};
 constinit NamedObject* g_first = nullptr;
-
-class Locked
-{
-public:
-    Locked() { EnterCriticalSection(&g_lock); }
-    ~Locked() { LeaveCriticalSection(&g_lock); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-};
 
 // The gate is held for some microseconds. One that stays shut belongs to a process that has been
 // stopped, or is hostile; a left-over name is less harm than a close that hangs.
@@ -59,7 +50,7 @@ template <class Attempt> DWORD Persist(DWORD patience, Attempt attempt)
     for (unsigned round = 0;; ++round) {
         DWORD result;
         {
-            const Locked locked;
+            const SectionHold locked(&g_lock);
             result = attempt();
         }
         if (result != kTryAgain) {
@@ -117,7 +108,7 @@ void NamedObject::Close()
     const KeepErrno keep;
     const NoCancellation noCancellation;
     {
-        const Locked locked;
+        const SectionHold locked(&g_lock);
         GiveUp();
     }
     // By a look from outside: forked children may share the file that has just been given up, and
