@@ -2,30 +2,17 @@
 
 #include "frame/boundary.h"
 #include "locks/lock_stat_dump.h"
+#include "platform/section_hold.h"
 
 using qv::core::Boundary;
 using qv::core::kDestroyedMutex;
 using qv::core::LockGuard;
 using qv::core::LockKey;
 using qv::core::LockTable;
+using qv::platform::SectionHold;
 
 namespace
 {
-
-class Changing
-{
-public:
-    explicit Changing(qv::platform::CRITICAL_SECTION& section) : m_section(section)
-    {
-        qv::platform::EnterCriticalSection(&m_section);
-    }
-    ~Changing() { qv::platform::LeaveCriticalSection(&m_section); }
-    Changing(const Changing&) = delete;
-    Changing& operator=(const Changing&) = delete;
-
-private:
-    qv::platform::CRITICAL_SECTION& m_section;
-};
 
 LockKey KeyOf(std::int32_t type, const IMutex* mutex)
 {
@@ -56,7 +43,7 @@ void CQVLockStatManager::AddLock(std::int32_t type, IMutex* mutex)
 {
     Boundary([&] {
         const LockGuard lock(m_mutex.Get());
-        const Changing changing(m_changing);
+        const SectionHold changing(&m_changing);
         m_lockTable.insert_or_assign(KeyOf(type, mutex), mutex);
     });
 }
@@ -67,7 +54,7 @@ bool CQVLockStatManager::ChangeLockType(std::int32_t newType, std::int32_t oldTy
 {
     return Boundary([&] {
                const LockGuard lock(m_mutex.Get());
-               const Changing changing(m_changing);
+               const SectionHold changing(&m_changing);
                LockTable::node_type row = m_lockTable.extract(KeyOf(oldType, mutex));
                if (row.empty()) {
                    m_lockTable.insert_or_assign(KeyOf(newType, mutex), mutex);
@@ -81,7 +68,7 @@ bool CQVLockStatManager::ChangeLockType(std::int32_t newType, std::int32_t oldTy
 void CQVLockStatManager::ResetAll()
 {
     const LockGuard lock(m_mutex.Get());
-    const Changing changing(m_changing);
+    const SectionHold changing(&m_changing);
     for (auto row = m_lockTable.begin(); row != m_lockTable.end();) {
         if (row->first.first == kDestroyedMutex) {
             row = Drop(m_lockTable, row);
