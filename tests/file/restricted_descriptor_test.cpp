@@ -90,7 +90,7 @@ TEST(Security, AddsNothingToAListThatHasNoRoom)
     ASSERT_NE(kFalse, InitializeAcl(list, 47, 2));
     EXPECT_EQ(0u, addError());
     EXPECT_EQ(1344u, addError());
-    list->AceCount = 2; // one more than is there
+    memory[sizeof(ACL) + 2] = 40; // the size of the entry, one byte too much
     EXPECT_EQ(1336u, addError());
     sid.SubAuthorityCount = 9;
     EXPECT_EQ(1337u, addError());

@@ -72,10 +72,11 @@ bool Becomes(Test test, std::chrono::seconds patience = std::chrono::seconds(10)
     return true;
 }
 
-inline std::chrono::seconds StressTime()
+inline std::chrono::steady_clock::time_point StressEnd()
 {
     const char* const seconds = std::getenv("QV_TEST_SECONDS");
-    return std::chrono::seconds(seconds != nullptr ? std::atol(seconds) : 2);
+    return std::chrono::steady_clock::now() +
+           std::chrono::seconds(seconds != nullptr ? std::atol(seconds) : 2);
 }
 
 // A name of this run alone, also beside other runs.
