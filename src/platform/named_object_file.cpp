@@ -93,9 +93,10 @@ constexpr Acl kAuthenticated = {2,
 ObjectFile::~ObjectFile()
 {
     if (m_file >= 0) {
-        // By name: in a forked child the open file may live on, and its locks with it.
-        Unlock(ObjectByte::Gate);
+        // Not left to the close: in another process the open file may live on, and its locks with
+        // it. The gate goes last: who is through it takes a locked life for a holder.
         Unlock(ObjectByte::Life);
+        Unlock(ObjectByte::Gate);
         close(m_file);
     }
 }

@@ -36,6 +36,7 @@ bool g_mayUnlink = true;
 int g_naps = 0;
 int g_napsUntilOpen = 0;
 int g_gate = -1;
+off_t g_lastUnlocked = 0;
 std::atomic<bool> g_forksAreSlow = false;
 
 template <class Call, class Result = int> Result OrFail(Call call, Result failure = -1)
@@ -73,9 +74,12 @@ extern "C"
     int __wrap_fcntl(int file, int command, void* argument)
     {
         const auto call = [&] { return __real_fcntl(file, command, argument); };
-        return command == F_OFD_SETLK && static_cast<struct flock*>(argument)->l_type == F_UNLCK
-                   ? call()
-                   : OrFail(call);
+        const auto* const lock = static_cast<struct flock*>(argument);
+        if (command != F_OFD_SETLK || lock->l_type != F_UNLCK) {
+            return OrFail(call);
+        }
+        g_lastUnlocked = lock->l_start;
+        return call();
     }
     int __wrap_fallocate(int file, int mode, off_t at, off_t size)
     {
@@ -158,6 +162,8 @@ TEST(NamedObject, LeavesNothingBehindWhenACallFails)
                 CloseHandle(made);
             } else {
                 EXPECT_TRUE(error == ERROR_DISK_FULL || error == ERROR_OUTOFMEMORY) << error;
+                // Who is through the gate takes a locked life for a holder's.
+                EXPECT_EQ(0, g_lastUnlocked);
             }
             EXPECT_EQ(descriptors, CountDescriptors());
             EXPECT_EQ(way == 1 ? 1u : 0u, CountMappings());
