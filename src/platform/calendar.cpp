@@ -5,9 +5,12 @@
 #include <chrono>
 
 #include "platform/error.h"
+#include "platform/section_hold.h"
 
 namespace qv::platform
 {
+
+constinit CRITICAL_SECTION g_zoneLock{};
 
 namespace
 {
@@ -28,6 +31,14 @@ timespec Now()
 std::uint16_t Milliseconds(const timespec& time)
 {
     return static_cast<std::uint16_t>(time.tv_nsec / 1'000'000);
+}
+
+// In the zone as the environment has it now.
+std::tm* Localise(std::time_t moment, std::tm* local)
+{
+    const SectionHold zone(&g_zoneLock);
+    tzset();
+    return localtime_r(&moment, local);
 }
 
 bool IsInRange(std::int64_t time)
@@ -61,8 +72,7 @@ void GetLocalTime(SYSTEMTIME* time)
     const KeepErrno keep;
     const timespec now = Now();
     std::tm local = {};
-    tzset();
-    localtime_r(&now.tv_sec, &local);
+    Localise(now.tv_sec, &local);
     time->wYear = static_cast<std::uint16_t>(local.tm_year + 1900);
     time->wMonth = static_cast<std::uint16_t>(local.tm_mon + 1);
     time->wDayOfWeek = static_cast<std::uint16_t>(local.tm_wday);
@@ -79,9 +89,7 @@ std::tm* _localtime32(const std::int32_t* time)
     if (!IsInRange(*time)) {
         return nullptr;
     }
-    const std::time_t moment = *time;
-    tzset();
-    return localtime_r(&moment, &t_localTime);
+    return Localise(*time, &t_localTime);
 }
 
 std::int32_t _mktime32(std::tm* record)
@@ -91,7 +99,10 @@ std::int32_t _mktime32(std::tm* record)
         return -1;
     }
     std::tm normal = *record;
-    const std::int64_t time = std::mktime(&normal);
+    const std::int64_t time = [&normal] {
+        const SectionHold zone(&g_zoneLock);
+        return std::mktime(&normal);
+    }();
     if (!IsInRange(time)) {
         return -1;
     }

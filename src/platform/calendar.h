@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "platform/critical_section.h"
 #include "platform/types.h"
 
 namespace qv::platform
@@ -20,6 +21,10 @@ struct SYSTEMTIME
     std::uint16_t wSecond;
     std::uint16_t wMilliseconds;
 };
+
+// Held around every call that takes the C library's lock of the zone, and around a fork: a child
+// would find that lock as another thread held it, for ever.
+extern constinit CRITICAL_SECTION g_zoneLock;
 
 extern "C"
 {

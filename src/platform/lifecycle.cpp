@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 
+#include "platform/calendar.h"
 #include "platform/critical_section.h"
 #include "platform/library_counts.h"
 #include "platform/named_object.h"
@@ -82,6 +83,7 @@ void PrepareFork()
     if (t_forkIsTold) {
         ForkNotification(ForkStage::Prepare);
         HoldNamedObjects();
+        EnterCriticalSection(&g_zoneLock);
     }
 }
 
@@ -91,6 +93,7 @@ void EndFork(ForkStage stage)
         ForgetThreads();
     }
     if (t_forkIsTold) {
+        LeaveCriticalSection(&g_zoneLock);
         ReleaseNamedObjects();
         ForkNotification(stage);
         t_forkIsTold = false;

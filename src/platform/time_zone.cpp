@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "platform/error.h"
+#include "platform/section_hold.h"
 
 namespace qv::platform
 {
@@ -27,27 +28,41 @@ struct Part
 
 // The nearest standard and the nearest daylight time around a moment. The C library's variables
 // for them tell what was last in force in the zone's whole history.
-struct Parts
+class Parts
 {
-    Part parts[2]; // standard, daylight
+public:
+    const Part& Standard() const { return m_parts[0]; }
+    const Part& Daylight() const { return m_parts[1]; }
 
-    Part& Standard() { return parts[0]; }
-    Part& Daylight() { return parts[1]; }
-    bool AreComplete() const { return parts[0].found && parts[1].found; }
+    // Both give whether daylight time is in force at the moment.
+    bool LookAround(std::time_t moment)
+    {
+        const SectionHold zone(&g_zoneLock);
+        tzset();
+        const bool daylight = Look(moment);
+        for (std::time_t away = kStep; away < kYear + kStep && !AreComplete(); away += kStep) {
+            Look(moment - away);
+            Look(moment + away);
+        }
+        return daylight;
+    }
 
-    // Gives whether daylight time is in force.
+private:
     bool Look(std::time_t moment)
     {
         std::tm local = {};
         local.tm_zone = "";
         localtime_r(&moment, &local);
         const bool daylight = local.tm_isdst > 0;
-        Part& part = parts[daylight ? 1 : 0];
+        Part& part = m_parts[daylight ? 1 : 0];
         if (!part.found) {
             part = {true, local.tm_gmtoff, local.tm_zone};
         }
         return daylight;
     }
+    bool AreComplete() const { return m_parts[0].found && m_parts[1].found; }
+
+    Part m_parts[2]; // standard, daylight
 };
 
 // Names of zones are ASCII.
@@ -63,15 +78,10 @@ template <std::size_t size> void CopyName(WCHAR (&out)[size], const char* name)
 DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION* zone)
 {
     const KeepErrno keep;
-    tzset();
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     Parts parts;
-    const bool isDaylight = parts.Look(now.tv_sec);
-    for (std::time_t away = kStep; away < kYear + kStep && !parts.AreComplete(); away += kStep) {
-        parts.Look(now.tv_sec - away);
-        parts.Look(now.tv_sec + away);
-    }
+    const bool isDaylight = parts.LookAround(now.tv_sec);
     // In a zone that has had one part alone for a year, both are that one.
     const bool hasDaylight = parts.Daylight().found;
     const Part& standard = parts.Standard().found ? parts.Standard() : parts.Daylight();
