@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "platform/error.h"
+#include "platform/no_cancellation.h"
 #include "platform/quiet_write.h"
 #include "platform/standard_numbers.h"
 #include "platform/utf8_text.h"
@@ -89,6 +90,7 @@ BOOL DeregisterEventSource(EventSource* /*source*/)
 BOOL ProcessIdToSessionId(DWORD process, DWORD* session)
 {
     const KeepErrno keep;
+    const NoCancellation noCancellation;
     // Asked by a number that kill would take for something else: there is no such process either.
     if (process > INT_MAX || (kill(static_cast<pid_t>(process), 0) != 0 && errno == ESRCH)) {
         SetLastError(ERROR_INVALID_PARAMETER);

@@ -11,6 +11,7 @@
 
 #include "platform/diagnostics.h"
 #include "platform/error.h"
+#include "platform/no_cancellation.h"
 #include "platform/utf8_text.h"
 
 namespace qv::platform
@@ -45,8 +46,10 @@ private:
 class Terminal
 {
 public:
-    Terminal() : m_file(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC))
+    Terminal()
     {
+        const NoCancellation noCancellation;
+        m_file = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
         if (m_file >= 0 && m_file <= STDERR_FILENO) {
             const int moved = fcntl(m_file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
             close(m_file);
@@ -55,6 +58,7 @@ public:
     }
     ~Terminal()
     {
+        const NoCancellation noCancellation;
         if (m_file >= 0) {
             close(m_file);
         }
@@ -104,7 +108,7 @@ public:
     }
 
 private:
-    int m_file;
+    int m_file = -1;
 };
 
 DWORD AnswerOf(char letter)

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/no_cancellation.h"
+
 namespace qv::platform
 {
 
@@ -17,6 +19,7 @@ public:
     StandardNumbers& operator=(const StandardNumbers&) = delete;
 
 private:
+    NoCancellation m_noCancellation; // else the numbers would stay taken
     bool m_taken[STDERR_FILENO + 1] = {};
     struct stat m_root = {};
 };
