@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -13,6 +14,7 @@
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
 #include "platform/quiet_write.h"
+#include "platform/section_hold.h"
 #include "platform/standard_numbers.h"
 #include "platform/utf8_text.h"
 
@@ -23,6 +25,31 @@ namespace
 {
 
 constexpr std::size_t kPieceBytes = 2048;
+
+// A child would find syslog's lock as another thread held it, for ever. Who enters holds this only
+// to be counted, so that a log that nobody empties does not hold up a fork.
+constinit CRITICAL_SECTION g_logEntrance{};
+constinit std::atomic<int> g_writers{0};
+constinit bool g_logIsLost = false;
+
+class LogWriter
+{
+public:
+    LogWriter()
+    {
+        const SectionHold entrance(&g_logEntrance);
+        m_mayWrite = !g_logIsLost;
+        ++g_writers;
+    }
+    ~LogWriter() { --g_writers; }
+    LogWriter(const LogWriter&) = delete;
+    LogWriter& operator=(const LogWriter&) = delete;
+
+    bool MayWrite() const { return m_mayWrite; }
+
+private:
+    bool m_mayWrite;
+};
 
 // A terminated text for the log.
 struct LogText
@@ -78,7 +105,9 @@ BOOL ReportEventW(EventSource* source, std::uint16_t type, std::uint16_t /*categ
     const LogText first(textCount > 0 ? texts[0] : nullptr);
     const LogText second(textCount > 1 ? texts[1] : nullptr);
     const StandardNumbers taken; // syslog opens a socket and keeps it
-    syslog(Priority(type), "%s: %s: %s", name.bytes, first.bytes, second.bytes);
+    if (const LogWriter writer; writer.MayWrite()) {
+        syslog(Priority(type), "%s: %s: %s", name.bytes, first.bytes, second.bytes);
+    }
     return kTrue;
 }
 
@@ -114,6 +143,23 @@ BOOL ProcessIdToSessionId(DWORD process, DWORD* session)
 DWORD WTSGetActiveConsoleSessionId()
 {
     return 1;
+}
+
+void HoldLog()
+{
+    EnterCriticalSection(&g_logEntrance);
+    for (int attempt = 0; attempt < 20 && g_writers != 0; ++attempt) {
+        usleep(1000);
+    }
+}
+
+void ReleaseLog(bool isChild)
+{
+    if (isChild) {
+        g_logIsLost = g_logIsLost || g_writers != 0;
+        g_writers = 0;
+    }
+    LeaveCriticalSection(&g_logEntrance);
 }
 
 } // namespace qv::platform

@@ -56,4 +56,9 @@ extern "C"
     DWORD WTSGetActiveConsoleSessionId();
 }
 
+// Around a fork: waits some milliseconds for entries that are being written. A child that is forked
+// beside one that takes longer, as when nobody empties the log, writes none.
+void HoldLog();
+void ReleaseLog(bool isChild);
+
 } // namespace qv::platform

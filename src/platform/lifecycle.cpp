@@ -10,6 +10,7 @@
 
 #include "platform/calendar.h"
 #include "platform/critical_section.h"
+#include "platform/diagnostics.h"
 #include "platform/library_counts.h"
 #include "platform/named_object.h"
 #include "platform/registry_store.h"
@@ -83,6 +84,7 @@ void PrepareFork()
     if (t_forkIsTold) {
         ForkNotification(ForkStage::Prepare);
         HoldNamedObjects();
+        HoldLog();
         EnterCriticalSection(&g_zoneLock);
     }
 }
@@ -94,6 +96,7 @@ void EndFork(ForkStage stage)
     }
     if (t_forkIsTold) {
         LeaveCriticalSection(&g_zoneLock);
+        ReleaseLog(stage == ForkStage::Child);
         ReleaseNamedObjects();
         ForkNotification(stage);
         t_forkIsTold = false;
