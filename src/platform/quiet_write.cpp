@@ -21,7 +21,7 @@ namespace
 // RWF_NOSIGNAL, younger than the headers.
 constexpr int kNoSignal = 0x100;
 
-// The kernel has no such flag. Learnt from its first refusal.
+// The kernel has no such flag, or a sandbox forbids the call. Learnt from its first refusal.
 constinit std::atomic<bool> g_flagIsUnknown{false};
 
 // This thread gets no SIGPIPE while one lives, and is left with none of its own making.
@@ -72,7 +72,9 @@ ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count)
         const iovec piece = {const_cast<char*>(bytes), count};
         constexpr long kHere = -1; // at the descriptor's own position, in both halves
         const ssize_t written = syscall(SYS_pwritev2, file, &piece, 1, kHere, kHere, kNoSignal);
-        if (written >= 0 || (errno != EOPNOTSUPP && errno != EINVAL && errno != ENOSYS)) {
+        const bool isRefused = written < 0 && (errno == EOPNOTSUPP || errno == EINVAL ||
+                                               errno == ENOSYS || errno == EPERM);
+        if (!isRefused) {
             return written;
         }
         g_flagIsUnknown.store(true, std::memory_order_relaxed);
