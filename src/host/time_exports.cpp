@@ -3,6 +3,7 @@
 #include <qvcore6/time.h>
 
 #include <bit>
+#include <new>
 
 #include "frame/facts.h"
 #include "platform/calendar.h"
@@ -19,20 +20,6 @@ namespace
 constexpr std::uint64_t kPosixEpoch = 0x019DB1DED53E8000;
 
 constexpr std::uint64_t kNanosecondsInSecond = 1'000'000'000;
-
-// No stack guard around the clock: it would cost a tenth of it.
-__attribute__((no_stack_protector)) std::uint64_t Timestamp()
-{
-    // A library that did not find out about its platform has no clock of choice.
-    FILETIME now;
-    if (qv::core::s_getPreciseTime != nullptr) [[likely]] {
-        qv::core::s_getPreciseTime(&now);
-    } else {
-        GetSystemTimeAsFileTime(&now);
-    }
-    const std::uint64_t steps = std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime;
-    return steps <= kPosixEpoch ? 1 : (steps - kPosixEpoch) * 100;
-}
 
 template <class Number> std::uint16_t Cut(Number number)
 {
@@ -57,15 +44,27 @@ QVRESULT QVTimeGetSystem(QVTime* time)
     return S_OK;
 }
 
-__attribute__((no_stack_protector)) QVRESULT QVTimeGetPreciseTimestamp(uint64_t* nanoseconds)
+QVRESULT QVTimeGetPreciseTimestamp(uint64_t* nanoseconds)
 {
-    *nanoseconds = Timestamp();
+    // The clock answers into the caller's place: one here would bring a stack guard, which shows
+    // beside a clock.
+    static_assert(sizeof(FILETIME) == sizeof *nanoseconds);
+    auto* const now = new (nanoseconds) FILETIME;
+    // A library that did not find out about its platform has no clock of choice.
+    if (qv::core::s_getPreciseTime != nullptr) [[likely]] {
+        qv::core::s_getPreciseTime(now);
+    } else {
+        GetSystemTimeAsFileTime(now);
+    }
+    const std::uint64_t steps = std::uint64_t{now->dwHighDateTime} << 32 | now->dwLowDateTime;
+    new (nanoseconds) std::uint64_t(steps <= kPosixEpoch ? 1 : (steps - kPosixEpoch) * 100);
     return S_OK;
 }
 
 QVRESULT QVTimeGetTimeOfDay(QVTimeOfDay* timeOfDay)
 {
-    const std::uint64_t now = Timestamp();
+    std::uint64_t now = 0;
+    QVTimeGetPreciseTimestamp(&now);
     timeOfDay->seconds = static_cast<std::int64_t>(now / kNanosecondsInSecond);
     timeOfDay->nanoseconds = static_cast<std::int64_t>(now % kNanosecondsInSecond);
     return S_OK;
