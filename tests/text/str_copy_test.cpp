@@ -16,7 +16,7 @@ template <class Unit> std::basic_string<Unit> Units(const std::string& text)
     return units;
 }
 
-struct BoundedRow
+constexpr struct BoundedRow
 {
     bool isCat;
     const char* before;
@@ -26,9 +26,7 @@ struct BoundedRow
     const char* afterFilled;  // A and W
     const char* afterStopped; // UTF16
     std::ptrdiff_t result;
-};
-
-constexpr BoundedRow kBoundedRows[] = {
+} kBoundedRows[] = {
     {false, "xxxxxx", 4, "abc", 9, "abc.xx", "abc.xx", 0},
     {false, "xxxxxx", 3, "abc", 9, "ab.xxx", "ab.xxx", 0},
     {false, "xxxxxx", 6, "a", 9, "a.....", "a.xxx.", 0},
@@ -42,34 +40,32 @@ constexpr BoundedRow kBoundedRows[] = {
     {true, "abcdef", 0, "z", 9, "abcdef", "abcdef", 0},
 };
 
-template <class Unit>
-using Bounded = Unit* (*)(Unit* dest, uint32_t destSize, const Unit* src, uint32_t maxCount);
+template <class Unit> using Bounded = Unit* (*)(Unit*, uint32_t, const Unit*, uint32_t);
 
 template <class Unit>
-void CheckBounded(Bounded<Unit> copy, const BoundedRow& row, const char* after)
+void CheckBounded(Bounded<Unit> copy, Bounded<Unit> cat, const char* BoundedRow::*after)
 {
-    std::basic_string<Unit> dest = Units<Unit>(row.before);
-    const std::basic_string<Unit> src = Units<Unit>(row.src);
-    EXPECT_EQ(row.result, copy(dest.data(), row.destSize, src.c_str(), row.maxCount) - dest.data());
-    EXPECT_EQ(Units<Unit>(after), dest);
+    for (const BoundedRow& row : kBoundedRows) {
+        SCOPED_TRACE(testing::Message() << row.before << " of " << row.destSize << ", " << row.src);
+        std::basic_string<Unit> dest = Units<Unit>(row.before);
+        const std::basic_string<Unit> src = Units<Unit>(row.src);
+        const Unit* const result =
+            (row.isCat ? cat : copy)(dest.data(), row.destSize, src.c_str(), row.maxCount);
+        EXPECT_EQ(row.result, result - dest.data());
+        EXPECT_EQ(Units<Unit>(row.*after), dest);
+    }
 }
 
 TEST(StrCopy, BoundedOnesTerminateInside)
 {
-    for (const BoundedRow& row : kBoundedRows) {
-        SCOPED_TRACE(testing::Message() << row.before << " of " << row.destSize << ", " << row.src);
-        CheckBounded<char>(row.isCat ? QVStrNZCatA : QVStrNZCpyA, row, row.afterFilled);
-        CheckBounded<QVWChar>(row.isCat ? QVStrNZCatW : QVStrNZCpyW, row, row.afterFilled);
-        CheckBounded<QVWChar>(row.isCat ? QVStrNZCatUTF16 : QVStrNZCpyUTF16, row, row.afterStopped);
-    }
+    CheckBounded<char>(QVStrNZCpyA, QVStrNZCatA, &BoundedRow::afterFilled);
+    CheckBounded<QVWChar>(QVStrNZCpyW, QVStrNZCatW, &BoundedRow::afterFilled);
+    CheckBounded<QVWChar>(QVStrNZCpyUTF16, QVStrNZCatUTF16, &BoundedRow::afterStopped);
 }
 
 TEST(StrCopy, PlainOnes)
 {
     char narrow[] = "xxxxxxxxx";
-    QVStrCatA(QVStrCpyA(narrow, "ab"), "cd");
-    QVStrNCpyA(QVStrNCatA(narrow, "efgh", 2), "z", 3);
-    EXPECT_EQ(Units<char>("z..def.xx"), std::string(narrow, 9));
     const char* const none = nullptr;
     EXPECT_EQ(5u, QVStrCpyCatA(narrow, 5, "ab", none, "", "c", "de"));
     EXPECT_STREQ("abcde", narrow);
@@ -80,7 +76,7 @@ TEST(StrCopy, PlainOnes)
     EXPECT_EQ(Units<QVWChar>("z..def.xx"), std::u16string(wide, 9));
 
     EXPECT_EQ(2u, QVStrNLenA("abc", 2));
-    EXPECT_EQ(3u, QVStrNLenUTF16(u"abc", UINT32_MAX));
+    EXPECT_EQ(3u, QVStrNLenW(u"abc", UINT32_MAX));
     EXPECT_EQ(0u, QVStrNLenA(nullptr, 0)) << "there need be no text";
     EXPECT_EQ(0u, QVStrNLenW(nullptr, 0));
 }
@@ -90,36 +86,33 @@ TEST(StrCopy, DuplicatesBelongToEitherFree)
 {
     QVStrFreeW(reinterpret_cast<QVWChar*>(QVStrDupA("abc")));
     EXPECT_EQ(nullptr, QVStrDupA(nullptr));
-
     const std::vector<QVWChar> unterminated(3, u'x');
     QVWChar* const copy = QVStrNDupW(unterminated.data(), 3);
     EXPECT_EQ(std::u16string(u"xxx"), copy);
     QVStrFreeA(reinterpret_cast<char*>(copy));
 }
 
-// The tokens come with a '|' behind each.
-template <class Unit> void CheckTokens(Unit* (*next)(Unit**, const Unit*), const std::string& text,
-                                       const std::string& delimiters, const std::string& expected)
-{
-    std::basic_string<Unit> buffer = Units<Unit>(text), tokens;
-    Unit* state = buffer.data();
-    while (const Unit* token = next(&state, Units<Unit>(delimiters).c_str())) {
-        tokens.append(token) += '|';
-    }
-    EXPECT_EQ(Units<Unit>(expected), tokens) << text;
-    EXPECT_EQ(nullptr, state) << text;
-}
-
 TEST(StrCopy, Tokens)
 {
-    const char* const rows[][3] = {
-        {"a,b;;c", ",;", "a|b|c|"}, {",,a,", ",", "a|"}, {",;,", ",;", ""}, {"", ",", ""},
-        {"a b", "", "a b|"},
+    const std::u16string rows[][3] = {
+        // the tokens have a '|' behind each
+        {u"a,b;;c", u",;", u"a|b|c|"}, {u",,a,", u",", u"a|"},
+        {u",;,", u",;", u""},          {u"", u",", u""},
+        {u"a b", u"", u"a b|"},
     };
     for (const auto& [text, delimiters, expected] : rows) {
-        CheckTokens(QVStrTokA, text, delimiters, expected);
-        CheckTokens(QVStrTokW, text, delimiters, expected);
+        std::u16string buffer = text, tokens;
+        QVWChar* state = buffer.data();
+        while (const QVWChar* token = QVStrTokW(&state, delimiters.c_str())) {
+            tokens.append(token) += u'|';
+        }
+        EXPECT_EQ(expected, tokens);
+        EXPECT_EQ(nullptr, state);
     }
+    char narrow[] = ",a,";
+    char* state = narrow;
+    EXPECT_STREQ("a", QVStrTokA(&state, ","));
+    EXPECT_EQ(nullptr, QVStrTokA(&state, ","));
 }
 
 } // namespace
