@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "component/component_test.h"
 #include "frame/facts.h"
@@ -17,19 +18,12 @@ using ClassTest = ComponentTest;
 TEST_F(ClassTest, TheSecondLookUpAsksNeitherRegistryNorLoader)
 {
     EXPECT_EQ(Ask(Kind::Plain), S_OK);
-    EXPECT_EQ(TakeJournal(), (Journal{"load", "make 0"}));
-    EXPECT_EQ(g_calls.registryReads, 1);
-
-    // Even the registration may be gone by now.
-    EXPECT_EQ(Register(Kind::Plain, u"/nowhere.so"), S_OK);
+    EXPECT_EQ(Register(Kind::Plain, u"/nowhere.so"), S_OK); // the registration may be gone by now
     EXPECT_EQ(Ask(Kind::Plain, QV_IID_CLASS_FACTORY), S_OK);
-    EXPECT_EQ(TakeJournal(), (Journal{"query 0"}));
     EXPECT_EQ(g_calls.registryReads, 1);
-
     EXPECT_EQ(QVComFlushFactoryCache(), S_OK);
-    EXPECT_EQ(TakeJournal(), (Journal{"end 0", "unload"}));
+    EXPECT_EQ(TakeJournal(), (Journal{"load", "make 0", "query 0", "end 0", "unload"}));
     EXPECT_EQ(Ask(Kind::Plain), E_FAIL);
-    EXPECT_EQ(g_calls.registryReads, 2);
 }
 
 TEST_F(ClassTest, AFailureGivesItsCodeAndLeavesNothing)
@@ -47,7 +41,6 @@ TEST_F(ClassTest, AFailureGivesItsCodeAndLeavesNothing)
         {Kind::Throws, QV_IID_UNKNOWN, 0, 0, E_FAIL},
         {Kind::Null, QV_IID_UNKNOWN, 0, 0, E_FAIL},
         {Kind::Plain, other, 0, 0, kNoInterface},
-        {Kind::Plain, QV_IID_UNKNOWN, 126, 0, E_FAIL},
         {Kind::Plain, QV_IID_UNKNOWN, 2, 0, QV_E_FILE_NOT_FOUND},
         {Kind::Plain, QV_IID_UNKNOWN, 0, 5, E_ACCESSDENIED},
     };
@@ -120,8 +113,9 @@ TEST_F(ClassTest, WhileTheLibraryUnloadsNothingIsLoadedOrFreed)
     EXPECT_EQ(TakeJournal(), (Journal{"load", "make 0", "query 0", "end 0"}));
     QVLibrary library = nullptr;
     ASSERT_EQ(QVLibOpen(LibraryPath("lib_component").c_str(), &library), S_OK);
-    EXPECT_EQ(QVLibClose(library), S_OK);
-    EXPECT_EQ(QVLibClose(library), S_OK); // what the cache left open
+    for (int i = 0; i < 2; ++i) { // the second one is what the cache left open
+        EXPECT_EQ(QVLibClose(library), S_OK);
+    }
 }
 
 const std::u16string kGuidText = u"{7E57C0DE-0001-0002-0000-000000000000}"; // of Kind::Plain
@@ -136,9 +130,7 @@ TEST_F(ClassTest, ObjectsAreMadeByTheClassObject)
     const GUID plain = ClassOf(Kind::Plain);
     EXPECT_EQ(QVComCreateObject(&plain, outer, &QV_IID_UNKNOWN, &object), S_OK);
     EXPECT_EQ(TakeJournal(), (Journal{"query 0", "create inside 0", "query 0"}));
-    EXPECT_EQ(IQVUnknown_QueryInterface(outer, &plain, &object), kNoInterface);
-    EXPECT_EQ(IQVUnknown_AddRef(outer), 4u);
-    for (const uint32_t left : {3u, 2u, 1u}) { // the last one is the cache's own
+    for (const uint32_t left : {2u, 1u}) { // the last one is the cache's own
         EXPECT_EQ(IQVUnknown_Release(outer), left);
     }
 
@@ -156,29 +148,31 @@ TEST_F(ClassTest, ObjectsAreMadeByTheClassObject)
 
 // What stands in the registry is foreign data, of any size and content. A read gives these units,
 // as many as fit, and claims a size of its own.
-std::u16string g_units;
-uint32_t g_claimed = 0;
-
-void AnswerWith(const std::u16string& units, uint32_t claimed)
+constinit struct
 {
-    g_units = units;
-    g_claimed = claimed;
-    g_calls.registryAnswer = [](void* data, uint32_t* size) {
-        std::memcpy(data, g_units.data(), std::min<std::size_t>(2 * g_units.size(), *size));
-        *size = g_claimed;
-    };
+    std::u16string_view units;
+    uint32_t claimed;
+    QVRESULT result;
+} g_answer = {};
+
+QVRESULT Answer(void* data, uint32_t* size)
+{
+    std::memcpy(data, g_answer.units.data(),
+                std::min<std::size_t>(2 * g_answer.units.size(), *size));
+    *size = g_answer.claimed;
+    return g_answer.result;
 }
 
 TEST_F(ClassTest, AProgIDOfAnyLengthIsReadOrRefused)
 {
-    AnswerWith(kGuidText + std::u16string(1, 0), 78);
-    for (int length = 0; length <= 300; ++length) {
-        const std::u16string progId(static_cast<std::size_t>(length), u'p');
+    g_calls.registryAnswer = Answer;
+    g_answer = {kGuidText, 78, S_OK};
+    for (const std::size_t length : {0u, 1u, 253u, 254u, 300u}) {
         GUID clsid = {};
-        EXPECT_EQ(QVComClassIDFromProgID(progId.c_str(), &clsid),
+        EXPECT_EQ(QVComClassIDFromProgID(std::u16string(length, u'p').c_str(), &clsid),
                   length <= 253 ? S_OK : E_INVALIDARG);
-        EXPECT_EQ(g_calls.registryReads, std::min(length, 253) + 1);
     }
+    EXPECT_EQ(g_calls.registryReads, 3);
 }
 
 // Of a ProgID's text and of a library's path.
@@ -188,33 +182,30 @@ TEST_F(ClassTest, DataIsReadWithinItsSize)
     const std::u16string path(300, u'p');
     const struct
     {
-        std::u16string units;
+        std::u16string_view units;
         uint32_t claimed;
         QVRESULT ofName;
-        std::u16string loaded;
+        std::size_t loaded;
     } rows[] = {
-        {guid, 76, S_OK, kGuidText}, // not terminated
-        {guid, 77, S_OK, kGuidText}, // an odd size
-        {guid, 75, E_INVALIDARG, kGuidText.substr(0, 37)},
-        {path, 520, E_INVALIDARG, path.substr(0, 260)},
-        {path, 600, E_INVALIDARG, path.substr(0, 260)}, // a claim beyond the buffer
-        {u"", 0, E_INVALIDARG, u""},
-        {u"{", 1, E_INVALIDARG, u""},
+        // Not terminated, an odd size, one unit short, and a claim beyond the buffer.
+        {guid, 76, S_OK, 38},           {guid, 77, S_OK, 38},       {guid, 75, E_INVALIDARG, 37},
+        {path, 600, E_INVALIDARG, 260}, {u"{", 1, E_INVALIDARG, 0},
     };
+    g_calls.registryAnswer = Answer;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.claimed);
-        AnswerWith(row.units, row.claimed);
+        g_answer = {row.units, row.claimed, S_OK};
         GUID clsid = {};
-        EXPECT_EQ(QVComClassIDFromProgID(u"any", &clsid), row.ofName);
+        EXPECT_EQ(QVComClassIDFromProgID(u"any", &clsid), row.ofName) << row.claimed;
         EXPECT_EQ(Ask(Kind::Plain), E_FAIL);
-        EXPECT_EQ(g_calls.loadedPath, row.loaded);
+        EXPECT_EQ(g_calls.loadedPath, row.units.substr(0, row.loaded)) << row.claimed;
     }
 }
 
 TEST_F(ClassTest, ReadFailuresOfAClassAreAllTheSameAndThoseOfANameAreNot)
 {
-    for (const QVRESULT failure : {QV_E_FILE_NOT_FOUND, E_ACCESSDENIED, E_OUTOFMEMORY}) {
-        g_calls.registryResult = failure;
+    g_calls.registryAnswer = Answer;
+    for (const QVRESULT failure : {QV_E_FILE_NOT_FOUND, E_ACCESSDENIED}) {
+        g_answer = {u"", 0, failure};
         EXPECT_EQ(Ask(Kind::Plain), REGDB_E_CLASSNOTREG);
         void* object = nullptr;
         EXPECT_EQ(QVComCreateObjectByProgID(u"any", nullptr, &QV_IID_UNKNOWN, &object),

@@ -10,7 +10,6 @@
 #include "frame/facts.h"
 #include "platform/error.h"
 #include "platform/loader.h"
-#include "platform/locale.h"
 
 using namespace qv;
 using namespace qv::test;
@@ -57,20 +56,14 @@ extern "C"
         }
     }
 
-    QVRESULT __real_QVRegistryGetValue(uint32_t root, const QVWChar* key, const QVWChar* name,
-                                       uint32_t* type, void* data, uint32_t* size);
+    decltype(QVRegistryGetValue) __real_QVRegistryGetValue;
     QVRESULT __wrap_QVRegistryGetValue(uint32_t root, const QVWChar* key, const QVWChar* name,
                                        uint32_t* type, void* data, uint32_t* size)
     {
         ++g_calls.registryReads;
-        if (g_calls.registryResult < 0) {
-            return g_calls.registryResult;
-        }
-        if (g_calls.registryAnswer != nullptr) {
-            g_calls.registryAnswer(data, size);
-            return S_OK;
-        }
-        return __real_QVRegistryGetValue(root, key, name, type, data, size);
+        return g_calls.registryAnswer != nullptr
+                   ? g_calls.registryAnswer(data, size)
+                   : __real_QVRegistryGetValue(root, key, name, type, data, size);
     }
 
     platform::HMODULE __real_LoadLibraryW(const platform::WCHAR* path);
@@ -91,18 +84,6 @@ extern "C"
     platform::FARPROC __wrap_GetProcAddress(platform::HMODULE module, const char* name)
     {
         return Fails(g_calls.symbolError) ? nullptr : __real_GetProcAddress(module, name);
-    }
-
-    decltype(platform::WideCharToMultiByte) __real_WideCharToMultiByte;
-    int __wrap_WideCharToMultiByte(platform::DWORD page, platform::DWORD flags,
-                                   const platform::WCHAR* src, int srcSize, char* dest,
-                                   int destSize, const char* defaultChar,
-                                   platform::BOOL* usedDefaultChar)
-    {
-        return Fails(g_calls.convertError)
-                   ? 0
-                   : __real_WideCharToMultiByte(page, flags, src, srcSize, dest, destSize,
-                                                defaultChar, usedDefaultChar);
     }
 }
 

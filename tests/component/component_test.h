@@ -23,9 +23,7 @@ struct Calls
     platform::DWORD loadError = 0; // 0: none
     platform::DWORD freeError = 0;
     platform::DWORD symbolError = 0;
-    platform::DWORD convertError = 0; // of a symbol's name
-    QVRESULT registryResult = S_OK;
-    void (*registryAnswer)(void* data, uint32_t* size) = nullptr; // instead of the real one
+    QVRESULT (*registryAnswer)(void* data, uint32_t* size) = nullptr; // instead of the real one
     int registryReads = 0;
     QVWChar loadedPath[300] = {}; // of the last load
     bool keepsJournal = true;     // which allocates

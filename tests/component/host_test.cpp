@@ -24,15 +24,13 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
     std::filesystem::remove_all(kFolder);
     std::filesystem::create_directories(kFolder);
     const std::string good = Write("good", "one two\n");
-    const std::string cut = std::string(256 * 1024 - 1, 'a') + "\xE2\x82\xAC"; // between two reads
-    const std::filesystem::path half = kFolder + "/half";                      // of the components
-    const std::filesystem::path sham = kFolder + "/sham";
-    for (const std::filesystem::path& folder : {half, sham}) {
-        std::filesystem::create_directories(folder);
-        std::filesystem::copy(QV_TEST_COMPONENTS "/word_table.so", folder);
-    }
-    std::ofstream(sham / "text_counter.so") << "a text";
     const std::string words = Write("words", "Don't DON'T don't " + std::string(100000, 'w'));
+    const std::string cut = std::string(256 * 1024 - 1, 'a') + "\xE2\x82\xAC"; // between two reads
+
+    const std::string sham = kFolder + "/sham"; // a folder of components, one of them none
+    std::filesystem::create_directories(sham);
+    std::filesystem::copy(QV_TEST_COMPONENTS "/word_table.so", sham);
+    Write("sham/text_counter.so", "a text");
     const struct
     {
         std::string arguments;
@@ -40,28 +38,20 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
         std::string says; // its runs of blanks are one
     } rows[] = {
         // The values were counted by other means (wc, sort, uniq).
-        {QV_TEST_TEXTS "/river.txt", 0, "most frequent the x16\n"},
         {QV_TEST_TEXTS "/kaffee.txt", 0, "most frequent brötchen x3\n"},
         {"--threads 3 " QV_TEST_TEXTS "/*.txt", 0, "\n4 of 4 files done, by 3 threads ("},
-        {"--threads=1 " QV_TEST_TEXTS "/*.txt", 0, "\n4 of 4 files done\n"},
         {"--threads 2 " + words + " " + words + " && cat " + kFolder + "/state/lockstats.csv", 0,
          "(host: files to do),4,"}, // two files, and the end of the queue for each thread
         {Write("empty", ""), 0, "nothing: the file is empty"},
         {Write("zero", std::string("a\0b", 3)), 0, "looks like binary data"},
         {Write("broken", "\xFF\xC3\xA9\xE2\x82x\xC3"), 0, "broken UTF-8 3 places"},
         {Write("cut", cut), 0, "characters 262144 (1 beyond ASCII)"},
-        {words, 0, "different ones 2\n"},
         {"- <" + words, 0, "different ones 2\n"},
         {kFolder + "/missing " + good, 1, "missing: cannot be opened: No such file"},
-        {kFolder + " " + good, 1, "this is a directory"},
         {"--class No.Such " + good, 1, "No.Such cannot be used: no such class"},
-        {"--components " + half.string() + " " + good, 1,
-         half.string() + "/text_counter.so is missing"},
-        {"--components " + sham.string() + " " + good, 1,
-         sham.string() + "/text_counter.so is no component"},
+        {"--components " + sham + " " + good, 1, sham + "/text_counter.so is no component"},
         {"--stats /dev/full " + good, 1, "lock statistics cannot be written to /dev/full"},
         {"--threads 65 " + good, 2, "--threads needs a number from 1 to 64"},
-        {"--nonsense " + good, 2, "unknown option --nonsense"},
         {"", 2, "no file to look at (try --help)"},
     };
     const std::string output = kFolder + "/output";
