@@ -29,7 +29,7 @@ echo "-- by CMake"
 echo "-- by pkg-config"
 read -ra flags <<<"$(pkg-config --cflags --libs qvcore6)"
 "$CC" -std=c11 -o "$work/by_pc_c" "$source/tests/package/consumer/consumer.c" "${flags[@]}"
-"$CXX" -std=c++17 -o "$work/by_pc_cpp" "$source/tests/package/consumer/consumer.cpp" "${flags[@]}"
+"$CXX" -std=c++17 -o "$work/by_pc_cpp" "$work/consumer/consumer.cpp" "${flags[@]}"
 "$work/by_pc_c"
 "$work/by_pc_cpp"
 
