@@ -10,9 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <barrier>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "support/child_process.h"
 
@@ -90,6 +92,30 @@ TEST(Reload, ThousandTimesLeavesNothingBehind)
     if (kCountsMemory) {
         EXPECT_LE(MapLines(), maps + 4);
         EXPECT_LE(mallinfo2().uordblks, heap + 4096);
+    }
+}
+
+// A thread that has been inside and lives on would pin the library by a thread_local's destructor.
+TEST(Reload, UnloadsUnderThreadThatUsedIt)
+{
+    constexpr int kRounds = 20;
+    Library library;
+    bool used = false;
+    std::barrier<> turn(2);
+    const std::jthread user([&] {
+        for (int round = 0; round < kRounds; ++round) {
+            turn.arrive_and_wait(); // loaded
+            used = UseMutex(library);
+            turn.arrive_and_wait(); // done
+        }
+    });
+    for (int round = 0; round < kRounds; ++round) {
+        library = Load(QV_LIBRARY);
+        turn.arrive_and_wait();
+        turn.arrive_and_wait();
+        EXPECT_TRUE(used) << "round " << round;
+        library.reset();
+        EXPECT_EQ(MapLines("libqvcore6.so"), 0) << "round " << round;
     }
 }
 
