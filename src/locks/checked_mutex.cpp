@@ -19,8 +19,7 @@ namespace
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 // Where the counter is missing, milliseconds stand in for it, and the frequency says so.
-// What calls it has no stack guard, which would cost more than the counting.
-inline __attribute__((no_stack_protector)) std::int64_t Clock()
+inline std::int64_t Clock()
 {
     std::int64_t count = 0;
     return QueryPerformanceCounter(&count) != 0 ? count : std::int64_t{GetTickCount()};
@@ -138,8 +137,7 @@ inline QVRESULT CQVCoreMutexChecked::preRelease() const
     return S_OK;
 }
 
-inline __attribute__((no_stack_protector)) void
-CQVCoreMutexChecked::CountAcquire(std::int64_t start)
+inline void CQVCoreMutexChecked::CountAcquire(std::int64_t start)
 {
     if (m_lockDepth == 0) {
         m_holdStart = Clock();
@@ -150,7 +148,7 @@ CQVCoreMutexChecked::CountAcquire(std::int64_t start)
     Add(m_acquireCount, 1);
 }
 
-inline __attribute__((no_stack_protector)) void CQVCoreMutexChecked::CountRelease()
+inline void CQVCoreMutexChecked::CountRelease()
 {
     if (m_lockDepth == 0) {
         AddTime(m_totalHeldTime, m_maxHeldTime, Difference(Clock(), m_holdStart));
@@ -171,7 +169,7 @@ QVRESULT CQVCoreMutexChecked::Acquire()
     return AcquireInSteps();
 }
 
-__attribute__((no_stack_protector)) QVRESULT CQVCoreMutexChecked::AcquireInSteps()
+QVRESULT CQVCoreMutexChecked::AcquireInSteps()
 {
     const std::int64_t start = Has(QV_MUTEX_STATS) ? Clock() : 0;
     if (const QVRESULT checked = preAcquire(); checked < 0) [[unlikely]] {
@@ -205,7 +203,7 @@ QVRESULT CQVCoreMutexChecked::Release()
     return ReleaseInSteps();
 }
 
-__attribute__((no_stack_protector)) QVRESULT CQVCoreMutexChecked::ReleaseInSteps()
+QVRESULT CQVCoreMutexChecked::ReleaseInSteps()
 {
     if (const QVRESULT checked = preRelease(); checked < 0) [[unlikely]] {
         return checked;
