@@ -26,18 +26,23 @@ DWORD PutNow(const WriteTransaction& transaction, Node node, unsigned char* fact
 
 } // namespace
 
-DWORD Touch(const WriteTransaction& transaction, Node node)
+DWORD ReadFacts(const WriteTransaction& transaction, Node node, MDB_val* data, NodeFacts* facts)
 {
     RecordKey key(node, RecordKind::kFacts);
     MDB_val bytes = key.Bytes();
-    MDB_val data;
-    NodeFacts facts;
-    const int result = mdb_get(transaction.Get(), transaction.Database(), &bytes, &data);
+    const int result = mdb_get(transaction.Get(), transaction.Database(), &bytes, data);
     if (result != 0) {
         return result == MDB_NOTFOUND ? ERROR_KEY_DELETED : ErrorFromStore(result);
     }
-    if (!NodeFacts::Read(data, &facts)) {
-        return ERROR_REGISTRY_CORRUPT;
+    return NodeFacts::Read(*data, facts) ? ERROR_SUCCESS : ERROR_REGISTRY_CORRUPT;
+}
+
+DWORD Touch(const WriteTransaction& transaction, Node node)
+{
+    MDB_val data;
+    NodeFacts facts;
+    if (const DWORD error = ReadFacts(transaction, node, &data, &facts)) {
+        return error;
     }
     unsigned char copy[kMaxFacts]; // the record itself moves while it is written
     std::memcpy(copy, data.mv_data, data.mv_size);

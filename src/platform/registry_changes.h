@@ -10,7 +10,11 @@
 namespace qv::platform
 {
 
-// Sets the time of the node's last change to now. 1018 for a node that has been deleted.
+// What stands at a node, as bytes that the next change moves and read. 1018 for a node that has
+// been deleted.
+DWORD ReadFacts(const WriteTransaction& transaction, Node node, MDB_val* data, NodeFacts* facts);
+
+// Sets the time of the node's last change to now. Fails as ReadFacts.
 DWORD Touch(const WriteTransaction& transaction, Node node);
 
 DWORD PutFacts(const WriteTransaction& transaction, Node node, Node parent,

@@ -28,16 +28,10 @@ struct Found
 
 DWORD FindByFacts(const WriteTransaction& transaction, Node node, Found* found)
 {
-    RecordKey key(node, RecordKind::kFacts);
-    MDB_val bytes = key.Bytes();
     MDB_val data;
     NodeFacts facts;
-    const int result = mdb_get(transaction.Get(), transaction.Database(), &bytes, &data);
-    if (result != 0) {
-        return result == MDB_NOTFOUND ? ERROR_KEY_DELETED : ErrorFromStore(result);
-    }
-    if (!NodeFacts::Read(data, &facts)) {
-        return ERROR_REGISTRY_CORRUPT;
+    if (const DWORD error = ReadFacts(transaction, node, &data, &facts)) {
+        return error;
     }
     found->node = node;
     found->parent = facts.parent;
