@@ -87,12 +87,11 @@ CQVCoreMutexChecked::CQVCoreMutexChecked(const char* name, std::uint32_t flags)
     }
 }
 
-// Without the lock: only the calling thread can have put its own id there. In a forked child its
-// id is another, but what it held it holds.
+// Without the lock: only the calling thread can have put its own mark there. Not by the id, which
+// is another in a forked child, and which a new thread may get from one that ended as the holder.
 inline bool CQVCoreMutexChecked::IsOwner() const
 {
-    const std::uint32_t owner = m_owner.load(kRelaxed);
-    return owner == CurrentThreadId() || (owner != 0 && HoldsCriticalSection(m_criticalSection));
+    return m_owner.load(kRelaxed) != 0 && HoldsCriticalSection(m_criticalSection);
 }
 
 inline QVRESULT CQVCoreMutexChecked::preAcquire() const
@@ -192,9 +191,7 @@ QVRESULT CQVCoreMutexChecked::TryAcquire()
 
 QVRESULT CQVCoreMutexChecked::Release()
 {
-    const std::uint32_t id = t_threadId;
-    if (!Has(QV_MUTEX_STATS) && id != 0 && m_owner.load(kRelaxed) == id && m_lockDepth == 1)
-        [[likely]] {
+    if (!Has(QV_MUTEX_STATS) && IsOwner() && m_lockDepth == 1) [[likely]] {
         m_lockDepth = 0;
         m_owner.store(0, kRelaxed);
         LeaveCriticalSection(&m_criticalSection);

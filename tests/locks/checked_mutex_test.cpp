@@ -8,6 +8,7 @@
 
 #include "lock_stats_test.h"
 #include "platform/clock.h"
+#include "platform/thread.h"
 
 using namespace qv::platform;
 using namespace qv::test;
@@ -99,7 +100,9 @@ TEST_F(LockStats, FailedChecksAlertAndChangeNothing)
     EXPECT_EQ(stats.heldCount, 0);
     EXPECT_EQ(mutex.Release(), S_OK);
     EXPECT_EQ(mutex.m_owner, 0u);
-    EXPECT_EQ(InAnotherThread([&] { return mutex.Acquire() + mutex.Release(); }), S_OK);
+    EXPECT_EQ(InAnotherThread([&] { return mutex.Acquire(); }), S_OK);
+    mutex.m_owner = GetCurrentThreadId();
+    EXPECT_EQ(mutex.Release(), E_FAIL) << "got the id of a thread that ended as the holder";
 }
 
 TEST_F(LockStats, FlagsChooseChecksAndCountsApart)
