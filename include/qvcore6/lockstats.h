@@ -61,8 +61,9 @@ QV_EXPORT QVRESULT QVResetLockStats(void);
  * Each line is written at once, so that blocks of several processes may interleave but lines do
  * not break. Creating and destroying mutexes with statistics waits meanwhile.
  *
- * S_OK; E_FAIL if the file cannot be opened, written or closed, with the lines so far in it (a pipe
- * that nobody reads cannot be opened); E_OUTOFMEMORY; E_FAIL too if the library did not start.
+ * S_OK; E_FAIL if the file cannot be opened (as a pipe that nobody reads), written or closed, with
+ * the lines so far in it; a limit that the process has for files raises no signal. E_OUTOFMEMORY.
+ * E_FAIL too if the library did not start.
  */
 QV_EXPORT QVRESULT QVDumpLockStats(const char* name, const QVWChar* file);
 

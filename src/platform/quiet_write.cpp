@@ -12,6 +12,8 @@
 
 #include "platform/error.h"
 
+// By the bare calls: the C library's would be points where the thread can be cancelled.
+
 namespace qv::platform
 {
 
@@ -24,49 +26,56 @@ constexpr int kNoSignal = 0x100;
 // The kernel has no such flag, or a sandbox forbids the call. Learnt from its first refusal.
 constinit std::atomic<bool> g_flagIsUnknown{false};
 
-// This thread gets no SIGPIPE while one lives, and is left with none of its own making.
-class WithoutPipeSignal
+// This thread gets none of the signals of a failed write while one lives, and is left with none of
+// its own making.
+class WithoutWriteSignals
 {
 public:
-    WithoutPipeSignal()
+    WithoutWriteSignals()
     {
-        sigemptyset(&m_pipe);
-        sigaddset(&m_pipe, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
+        sigset_t blocked = SetOf(SIGPIPE);
+        sigaddset(&blocked, SIGXFSZ);
+        sigpending(&m_pending);
+        pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
     }
-    ~WithoutPipeSignal()
+    ~WithoutWriteSignals()
     {
-        if (m_isRaised && !m_wasPending) {
+        const KeepErrno keep;
+        if (m_raised != 0 && sigismember(&m_pending, m_raised) == 0) {
+            const sigset_t raised = SetOf(m_raised);
             const timespec now{};
-            while (sigtimedwait(&m_pipe, nullptr, &now) < 0 && errno == EINTR) {
+            while (sigtimedwait(&raised, nullptr, &now) < 0 && errno == EINTR) {
             }
         }
         pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
     }
-    WithoutPipeSignal(const WithoutPipeSignal&) = delete;
-    WithoutPipeSignal& operator=(const WithoutPipeSignal&) = delete;
+    WithoutWriteSignals(const WithoutWriteSignals&) = delete;
+    WithoutWriteSignals& operator=(const WithoutWriteSignals&) = delete;
 
     ssize_t Write(int file, const char* bytes, std::size_t count)
     {
         const ssize_t written = syscall(SYS_write, file, bytes, count);
-        m_isRaised = m_isRaised || (written < 0 && errno == EPIPE);
+        if (written < 0) {
+            m_raised = errno == EPIPE ? SIGPIPE : errno == EFBIG ? SIGXFSZ : 0;
+        }
         return written;
     }
 
 private:
-    sigset_t m_pipe;
+    static sigset_t SetOf(int signal)
+    {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, signal);
+        return set;
+    }
+
+    sigset_t m_pending;
     sigset_t m_before;
-    bool m_wasPending;
-    bool m_isRaised = false;
+    int m_raised = 0;
 };
 
-} // namespace
-
-// By the bare calls: the C library's would be points where the thread can be cancelled.
-ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count)
+ssize_t WriteOnce(int file, const char* bytes, std::size_t count)
 {
     if (!g_flagIsUnknown.load(std::memory_order_relaxed)) {
         const iovec piece = {const_cast<char*>(bytes), count};
@@ -79,14 +88,21 @@ ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count)
         }
         g_flagIsUnknown.store(true, std::memory_order_relaxed);
     }
-    return WithoutPipeSignal().Write(file, bytes, count);
+    return WriteOnceQuietly(file, bytes, count);
+}
+
+} // namespace
+
+ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count)
+{
+    return WithoutWriteSignals().Write(file, bytes, count);
 }
 
 bool WriteQuietly(int file, const char* bytes, std::size_t count)
 {
     const KeepErrno keep;
     while (count != 0) {
-        const ssize_t written = WriteOnceQuietly(file, bytes, count);
+        const ssize_t written = WriteOnce(file, bytes, count);
         if (written > 0) {
             bytes += written;
             count -= static_cast<std::size_t>(written);

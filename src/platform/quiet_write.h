@@ -13,7 +13,8 @@ namespace qv::platform
 // that the next write would meet as well: there is no such descriptor. May wait for a slow reader.
 bool WriteQuietly(int file, const char* bytes, std::size_t count);
 
-// One such write: the number of bytes, or -1 with errno.
+// One write, without the SIGXFSZ of a file at the process's limit either: the number of bytes, or
+// -1 with errno.
 ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count);
 
 } // namespace qv::platform

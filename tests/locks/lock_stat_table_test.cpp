@@ -1,5 +1,6 @@
 // The table of mutexes with statistics, and its text.
 #include <qvcore6/lockstats.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -224,6 +225,12 @@ TEST_F(LockStatTable, DumpsThatFailGiveTheLockBack)
         EXPECT_EQ(QVDumpLockStats("x", file), E_FAIL);
         EXPECT_TRUE(TableIsFree());
     }
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit low = {100, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &low), 0);
+    EXPECT_EQ(QVDumpLockStats("x", u"limited"), E_FAIL) << "and no signal";
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     for (int n = 1; n <= 6; ++n) {
         std::remove("out");
         g_files.failWrite = n;
