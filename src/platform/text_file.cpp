@@ -41,12 +41,14 @@ int CloseFile(int file)
 int Open(const char* path)
 {
     // A pipe that nobody reads must not hold the caller up: it is no place to write to.
-    constexpr int kFlags =
-        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_LARGEFILE;
-    int file;
-    do {
-        file = OpenFile(path, kFlags);
-    } while (file < 0 && errno == EINTR);
+    int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_LARGEFILE;
+    int file = OpenFile(path, flags);
+    while (file < 0 && (errno == EINTR || (errno == EWOULDBLOCK && (flags & O_NONBLOCK) != 0))) {
+        if (errno == EWOULDBLOCK) {
+            flags &= ~O_NONBLOCK; // a file, which a server that holds a lease on it gives up soon
+        }
+        file = OpenFile(path, flags);
+    }
     if (file >= 0 && file <= STDERR_FILENO) {
         const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
         const int error = errno;
