@@ -157,8 +157,8 @@ bool HeldAcrossFork()
 {
     QVMutex mutex;
     QVMutex lost;
-    QV_CALL(QVMutexCreate)("held", 0, &mutex);
-    QV_CALL(QVMutexCreate)("lost", 0, &lost);
+    QV_CALL(QVMutexCreate)("held", QV_MUTEX_CHECKED, &mutex);
+    QV_CALL(QVMutexCreate)("lost", QV_MUTEX_CHECKED, &lost);
     QV_CALL(QVMutexAcquire)(mutex);
     std::atomic<bool> holds{false};
     std::thread([&] {
@@ -170,7 +170,8 @@ bool HeldAcrossFork()
         std::this_thread::yield();
     }
     const bool isGood = Succeeds([=] {
-        const bool nested = QV_CALL(QVMutexAcquire)(mutex) == S_OK;
+        const bool nested = QV_CALL(QVMutexAssertOwnership)(mutex, 1) == 1 &&
+                            QV_CALL(QVMutexAcquire)(mutex) == S_OK;
         QV_CALL(QVMutexRelease)(mutex);
         QV_CALL(QVMutexRelease)(mutex);
         bool taken = false;

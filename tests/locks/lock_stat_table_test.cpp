@@ -1,41 +1,30 @@
 // The table of mutexes with statistics, and its text.
-#include <qvcore6/lockstats.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <regex>
 
-#include "frame/global_data.h"
 #include "frame/library.h"
 #include "lock_stats_test.h"
 #include "platform/text_file.h"
 #include "support/alloc_faults.h"
+#include "support/child_process.h"
 
 using namespace qv::platform;
 using namespace qv::test;
+namespace fs = std::filesystem;
 
 namespace
 {
 
-// What the replaced calls do.
-struct Files
-{
-    std::atomic<int> failWrite{0}; // the n-th from now
-    std::atomic<bool> failClose{false};
-    std::atomic<bool> halfWrites{false};
-    std::atomic<bool> hold{false}; // writes wait
-    std::atomic<bool> isHeld{false};
-    std::atomic<int> lines{0}; // writes that end a line
-};
-constinit Files g_files;
+std::atomic<int> g_failing{0}; // the n-th write or close from now
+std::atomic<bool> g_halfWrites{false};
+std::atomic<bool> g_areHeld{false}; // writes wait
+std::atomic<bool> g_waits{false};   // one does
 
 } // namespace
 
@@ -46,50 +35,43 @@ extern "C"
 
     int __wrap__write(int file, const void* bytes, unsigned count)
     {
-        if (g_files.failWrite > 0 && --g_files.failWrite == 0) {
+        if (--g_failing == 0) {
             return -1;
         }
-        while (g_files.hold) {
-            g_files.isHeld = true;
+        while (g_areHeld) {
+            g_waits = true;
             std::this_thread::yield();
         }
-        if (static_cast<const char*>(bytes)[count - 1] == '\n') {
-            ++g_files.lines;
-        }
-        return __real__write(file, bytes, g_files.halfWrites ? (count + 1) / 2 : count);
+        return __real__write(file, bytes, g_halfWrites ? (count + 1) / 2 : count);
     }
 
     int __wrap__close(int file)
     {
         const int result = __real__close(file);
-        return g_files.failClose ? -1 : result;
+        return --g_failing == 0 ? -1 : result;
     }
 }
 
 namespace
 {
 
-// A folder of its own as the current one, and no files with tricks.
+// In a folder of its own.
 class LockStatTable : public LockStats
 {
 protected:
-    void SetUp() override
+    LockStatTable()
     {
-        LockStats::SetUp();
-        char name[] = "/tmp/qvlockstats-XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_folder = name;
-        ASSERT_EQ(chdir(name), 0);
+        fs::create_directory(m_folder);
+        fs::current_path(m_folder);
     }
-    void TearDown() override
+    ~LockStatTable() override
     {
-        g_files.failWrite = 0;
-        g_files.failClose = g_files.halfWrites = g_files.hold = g_files.isHeld = false;
-        ASSERT_EQ(chdir("/"), 0);
-        EXPECT_EQ(std::system(("rm -r " + m_folder).c_str()), 0);
-        LockStats::TearDown();
+        fs::current_path("/");
+        fs::remove_all(m_folder);
     }
-    std::string m_folder;
+
+private:
+    const fs::path m_folder = fs::temp_directory_path() / OwnName("lock-stats");
 };
 
 std::string Contents(const char* file)
@@ -98,32 +80,27 @@ std::string Contents(const char* file)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-// The text with each piece that matches the pattern (0: a digit, X: a hexadecimal one) replaced.
-std::string Replaced(std::string text, const std::string& pattern, const std::string& by)
-{
-    const auto matches = [](char c, char wanted) {
-        return wanted == '0'   ? c >= '0' && c <= '9'
-               : wanted == 'X' ? (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')
-                               : c == wanted;
-    };
-    for (auto at = text.begin();;) {
-        at = std::search(at, text.end(), pattern.begin(), pattern.end(), matches);
-        if (at == text.end()) {
-            return text;
-        }
-        const auto offset = at - text.begin();
-        text.replace(static_cast<std::size_t>(offset), pattern.size(), by);
-        at = text.begin() + offset;
-    }
-}
-
-// A dump with its times and its addresses replaced.
+// A dump, with the time it was made at replaced.
 std::string Dumped(const char* name)
 {
-    std::remove("qvlockstats.csv");
+    fs::remove("qvlockstats.csv");
+    std::time_t moment = std::time(nullptr);
     EXPECT_EQ(QVDumpLockStats(name, nullptr), S_OK);
-    const std::string text = Replaced(Contents("qvlockstats.csv"), "00/00/0000 00:00:00", "TIME");
-    return Replaced(text, ":0x" + std::string(2 * sizeof(void*), 'X') + "(", ":AT(");
+    std::string text = Contents("qvlockstats.csv");
+    for (; moment <= std::time(nullptr); ++moment) {
+        char time[80];
+        std::strftime(time, sizeof time, " - %m/%d/%Y %H:%M:%S\n", std::localtime(&moment));
+        text = std::regex_replace(text, std::regex(time), " - TIME\n");
+    }
+    return text;
+}
+
+std::string RowOf(const std::string& type, QVMutex mutex, const std::string& rest)
+{
+    char address[20];
+    std::snprintf(address, sizeof address, ":0x%0*lX", int{2 * sizeof(void*)},
+                  reinterpret_cast<unsigned long>(mutex));
+    return type + address + rest + "\n";
 }
 
 std::string Block(const std::string& name, const std::string& rows)
@@ -144,104 +121,82 @@ TEST_F(LockStatTable, DumpsEveryByte)
 {
     EXPECT_EQ(Dumped(""), Block("", ""));
     const std::string longName(100000, 'n');
-    QVMutex mutexes[] = {Make(QV_MUTEX_STATS, "one,(two)"), Make(QV_MUTEX_STATS, nullptr),
-                         Make(QV_MUTEX_STATS | QV_MUTEX_CHECKED, longName.c_str())};
+    struct
+    {
+        QVMutex mutex;
+        std::string name;
+        std::string numbers;
+    } rows[] = {{Make(QV_MUTEX_STATS, "one,(two)"), "(one,(two))", ",4,6,5,4,0,0,0"},
+                {Make(QV_MUTEX_STATS, nullptr), "()", ",4,7,6,4,0,0,0"},
+                {Make(QV_MUTEX_STATS | QV_MUTEX_CHECKED, longName.c_str()), "(" + longName + ")",
+                 ",4,8,7,4,0,0,0"}};
     const QVMutex others[] = {Make(QV_MUTEX_CHECKED), Make(QV_MUTEX_STATS | QV_MUTEX_UNTRACKED)};
-    const auto use = [](QVMutex mutex, std::int64_t held) {
-        g_clock.now = 1000;
-        QVMutexAcquire(mutex);
-        QVMutexTryAcquire(mutex);
-        g_clock.now = 1000 + held * 10;
-        QVMutexRelease(mutex);
-        QVMutexRelease(mutex);
+    for (std::int64_t i = 0; i < 3; ++i) {
+        for (const std::int64_t held : {5 + i, std::int64_t{1}}) {
+            QVMutexAcquire(rows[i].mutex);
+            QVMutexTryAcquire(rows[i].mutex);
+            g_clock.now += held * 10;
+            QVMutexRelease(rows[i].mutex);
+            QVMutexRelease(rows[i].mutex);
+        }
+    }
+    std::sort(rows, rows + 3, [](const auto& a, const auto& b) { return a.mutex < b.mutex; });
+    const auto row = [&rows](const char* type, int i) {
+        return RowOf(type, rows[i].mutex, rows[i].name + rows[i].numbers);
     };
-    std::string rows[3];
-    for (int i = 0; i < 3; ++i) {
-        use(mutexes[i], 5 + i);
-        use(mutexes[i], 1);
-        rows[i] = std::string(i == 0   ? "one,(two)"
-                              : i == 1 ? ""
-                                       : longName) +
-                  "),4," + std::to_string(6 + i) + "," + std::to_string(5 + i) + ",4,0,0,0\n";
-    }
-    int order[] = {0, 1, 2};
-    std::sort(order, order + 3, [&](int a, int b) { return mutexes[a] < mutexes[b]; });
-    std::string live;
-    for (const int i : order) {
-        live += "QV_MUTEX:AT(" + rows[i];
-    }
-    g_files.lines = 0;
+    const std::string live = row("QV_MUTEX", 0) + row("QV_MUTEX", 1) + row("QV_MUTEX", 2);
     EXPECT_EQ(Dumped(nullptr), Block("LockStatsDump", live));
-    EXPECT_EQ(g_files.lines, 9) << "each line in one write";
-    g_files.halfWrites = true;
+    g_halfWrites = true;
     EXPECT_EQ(Dumped("half"), Block("half", live)) << "what was left of a line follows";
-    g_files.halfWrites = false;
+    g_halfWrites = false;
 
     // The lower one of two that are destroyed comes first, but behind the live one.
-    QVMutexDestroy(mutexes[order[2]]);
-    QVMutexDestroy(mutexes[order[0]]);
-    EXPECT_EQ(Dumped("d"), Block("d", "QV_MUTEX:AT(" + rows[order[1]] + "QV_DEL_MUTEX:AT(" +
-                                          rows[order[0]] + "QV_DEL_MUTEX:AT(" + rows[order[2]]));
+    QVMutexDestroy(rows[2].mutex);
+    QVMutexDestroy(rows[0].mutex);
+    EXPECT_EQ(Dumped("d"),
+              Block("d", row("QV_MUTEX", 1) + row("QV_DEL_MUTEX", 0) + row("QV_DEL_MUTEX", 2)));
     EXPECT_EQ(QVResetLockStats(), S_OK);
-    const std::string name = rows[order[1]].substr(0, rows[order[1]].rfind(')') + 1);
-    EXPECT_EQ(Dumped("r"), Block("r", "QV_MUTEX:AT(" + name + ",0,0,0,0,0,0,0\n"));
-    QVMutexDestroy(mutexes[order[1]]);
-    for (const QVMutex mutex : others) {
+    rows[1].numbers = ",0,0,0,0,0,0,0";
+    EXPECT_EQ(Dumped("r"), Block("r", row("QV_MUTEX", 1)));
+    for (const QVMutex mutex : {rows[1].mutex, others[0], others[1]}) {
         QVMutexDestroy(mutex);
     }
 }
 
-TEST_F(LockStatTable, ShowsTheAddressAndTheTimeAndAppends)
+TEST_F(LockStatTable, AppendsToFilesOfAnyName)
 {
-    const QVMutex mutex = Make(QV_MUTEX_STATS);
-    std::time_t before = std::time(nullptr);
+    fs::create_directory("sub");
     ASSERT_EQ(QVDumpLockStats("x", u"caf\u00E9\xDC80.csv"), S_OK);
-    const std::time_t after = std::time(nullptr);
     const std::string first = Contents("caf\xC3\xA9\x80.csv");
-    char address[40];
-    std::snprintf(address, sizeof address, "QV_MUTEX:0x%0*lX(test),", int{2 * sizeof(void*)},
-                  reinterpret_cast<unsigned long>(mutex));
-    EXPECT_NE(first.find(address), std::string::npos) << first;
-    bool found = false;
-    for (; before <= after; ++before) {
-        char text[80];
-        std::strftime(text, sizeof text, "BeginLockStatistics: x - %m/%d/%Y %H:%M:%S\n",
-                      std::localtime(&before));
-        found = found || first.rfind(text, 0) == 0;
-    }
-    EXPECT_TRUE(found) << first;
-    ASSERT_EQ(mkdir("sub", 0777), 0);
     ASSERT_EQ(QVDumpLockStats("y", u"sub\\..\\caf\u00E9\xDC80.csv"), S_OK);
     EXPECT_EQ(Contents("caf\xC3\xA9\x80.csv").rfind(first + "BeginLockStatistics: y", 0), 0u);
-    QVMutexDestroy(mutex);
 }
 
 TEST_F(LockStatTable, DumpsThatFailGiveTheLockBack)
 {
+    const auto expectFailure = [](const char16_t* file) {
+        EXPECT_EQ(QVDumpLockStats("x", file), E_FAIL);
+        EXPECT_TRUE(TableIsFree());
+    };
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
     const std::u16string tooLong(5000, u'x');
     for (const char16_t* const file : {u"", u"/", u"no/such/folder.csv", u"/dev/full", u"pipe",
                                        u"qvlockstats.csv/x", tooLong.c_str()}) {
-        EXPECT_EQ(QVDumpLockStats("x", file), E_FAIL);
-        EXPECT_TRUE(TableIsFree());
+        expectFailure(file);
     }
-    rlimit limit;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
-    const rlimit low = {100, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &low), 0);
-    EXPECT_EQ(QVDumpLockStats("x", u"limited"), E_FAIL) << "and no signal";
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    for (int n = 1; n <= 6; ++n) {
-        std::remove("out");
-        g_files.failWrite = n;
-        EXPECT_EQ(QVDumpLockStats("x", u"out"), E_FAIL) << n;
+    Child limited([&] { // not ended by a signal
+        const rlimit low = {100, 100};
+        setrlimit(RLIMIT_FSIZE, &low);
+        return QVDumpLockStats("x", u"limited") == E_FAIL;
+    });
+    EXPECT_TRUE(limited.Succeeded());
+    for (int n = 1; n <= 7; ++n) { // the last is the close
+        fs::remove("out");
+        g_failing = n;
+        expectFailure(u"out");
         const std::string text = Contents("out");
-        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), n - 1) << "what was written stays";
-        EXPECT_TRUE(TableIsFree());
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), n - 1) << "a write makes a line";
     }
-    g_files.failClose = true;
-    EXPECT_EQ(QVDumpLockStats("x", u"out"), E_FAIL);
-    EXPECT_TRUE(TableIsFree());
 }
 
 // A row that could not be made costs the numbers their place in the table, nothing else.
@@ -249,63 +204,50 @@ TEST_F(LockStatTable, EveryAllocationMayFail)
 {
     const std::string name(200, 'n');
     QVMutex mutex = QV_MUTEX_NONE;
-    QVRESULT made = S_OK;
-    QVRESULT destroyed = S_OK;
-    QVRESULT dumped = S_OK;
+    QVRESULT result = S_OK;
     long before = 0;
-    const auto sweep = [&](bool destroysUnderFault) {
-        return SweepAllocations(
-            [&] {
-                before = LiveBlocks();
-                made = QVMutexCreate(name.c_str(), QV_MUTEX_STATS, &mutex);
-                if (destroysUnderFault && made == S_OK) {
-                    destroyed = QVMutexDestroy(mutex);
-                }
-            },
-            [&](long n, bool failed) {
-                EXPECT_TRUE(made == S_OK || (failed && made == E_OUTOFMEMORY)) << n;
-                EXPECT_EQ(made == S_OK, mutex != QV_MUTEX_NONE) << n;
-                if (made == S_OK && !destroysUnderFault) {
-                    EXPECT_EQ(QVMutexAcquire(mutex) + QVMutexRelease(mutex), S_OK);
-                    EXPECT_EQ(NumbersOf(mutex)[2], 1);
-                    EXPECT_EQ(Dumped("x").find("nnn") == std::string::npos, failed) << n;
-                    destroyed = QVMutexDestroy(mutex);
-                }
-                EXPECT_EQ(destroyed, S_OK);
-                EXPECT_TRUE(TableIsFree());
-                EXPECT_EQ(LiveBlocks(), before) << n;
-            });
+    const auto create = [&](std::uint32_t flags) {
+        before = LiveBlocks();
+        mutex = nullptr;
+        result = QVMutexCreate(name.c_str(), flags, &mutex);
     };
-    EXPECT_EQ(sweep(false), 3) << "the object, its name, its row";
-    EXPECT_GE(sweep(true), 3);
-
-    // Neither its creation nor its destruction finds memory for a row.
-    before = LiveBlocks();
+    const auto dump = [&] {
+        before = LiveBlocks();
+        result = QVDumpLockStats(name.c_str(), u"out");
+    };
+    const auto check = [&](long n, bool failed) {
+        EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK) << n;
+        EXPECT_EQ(mutex == QV_MUTEX_NONE, failed) << n;
+        EXPECT_EQ(failed ? S_OK : QVMutexDestroy(mutex), S_OK) << n;
+        EXPECT_EQ(LiveBlocks(), before) << n;
+    };
+    EXPECT_EQ(SweepAllocations([&] { create(0); }, check), 2) << "the object and its name";
     {
         const FailAllocation fault(3);
-        QVMutexCreate(name.c_str(), QV_MUTEX_STATS, &mutex);
+        create(QV_MUTEX_STATS);
+        EXPECT_TRUE(fault.Happened()) << "the row";
     }
+    EXPECT_EQ(QVMutexAcquire(mutex) + QVMutexRelease(mutex), S_OK);
+    EXPECT_EQ(NumbersOf(mutex)[2], 1);
+    EXPECT_EQ(Dumped("x"), Block("x", ""));
     {
-        const FailAllocation fault(1);
+        const FailAllocation fault(1); // no row either for its end
         EXPECT_EQ(QVMutexDestroy(mutex), S_OK);
     }
     EXPECT_EQ(LiveBlocks(), before) << "nobody else would free it";
-    // A row that is there moves without memory.
-    mutex = Make(QV_MUTEX_STATS);
+    create(QV_MUTEX_STATS);
     {
         const FailAllocation fault(1);
         EXPECT_EQ(QVMutexDestroy(mutex), S_OK);
-        EXPECT_FALSE(fault.Happened());
+        EXPECT_FALSE(fault.Happened()) << "a row that is there moves without memory";
     }
     EXPECT_NE(Dumped("x").find("QV_DEL_MUTEX"), std::string::npos);
-
-    const auto dump = [&] { dumped = QVDumpLockStats(name.c_str(), u"out"); };
-    EXPECT_GE(SweepAllocations(dump,
-                               [&](long n, bool failed) {
-                                   EXPECT_EQ(dumped, failed ? E_OUTOFMEMORY : S_OK) << n;
-                                   EXPECT_TRUE(TableIsFree());
-                               }),
-              5);
+    const auto checkDump = [&](long n, bool failed) {
+        EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK) << n;
+        EXPECT_EQ(LiveBlocks(), before) << n;
+        EXPECT_TRUE(TableIsFree());
+    };
+    EXPECT_GE(SweepAllocations(dump, checkDump), 5);
 }
 
 TEST_F(LockStatTable, TheStopFreesWhatIsLeft)
@@ -326,30 +268,21 @@ TEST_F(LockStatTable, TheStopFreesWhatIsLeft)
 TEST_F(LockStatTable, AForkBesideADumpLeavesTheChildAWholeTable)
 {
     const QVMutex mutex = Make(QV_MUTEX_STATS, "inherited");
-    g_files.hold = true;
+    g_areHeld = true;
     std::thread dump([] { EXPECT_EQ(QVDumpLockStats("parent", u"out"), S_OK); });
     std::thread creation([] { QVMutexDestroy(Make(QV_MUTEX_STATS, "waits for the dump")); });
-    while (!g_files.isHeld) {
+    while (!g_waits) {
         std::this_thread::yield();
     }
-    const pid_t child = fork();
-    if (child == 0) {
+    Child child([&] {
         alarm(20);
-        g_files.hold = false;
-        const bool dumped = QVDumpLockStats("child", u"child") == S_OK;
-        const std::string text = Contents("child");
-        QVMutex own = QV_MUTEX_NONE;
-        _exit(dumped && text.find("(inherited),") != std::string::npos &&
-                      QVMutexCreate("own", QV_MUTEX_STATS, &own) == S_OK &&
-                      QVMutexDestroy(own) == S_OK && QVMutexDestroy(mutex) == S_OK &&
-                      QVResetLockStats() == S_OK
-                  ? 0
-                  : 1);
-    }
-    g_files.hold = false;
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        g_areHeld = false;
+        return Dumped("c") == Block("c", RowOf("QV_MUTEX", mutex, "(inherited),0,0,0,0,0,0,0")) &&
+               QVMutexDestroy(Make(QV_MUTEX_STATS)) == S_OK && QVMutexDestroy(mutex) == S_OK &&
+               QVResetLockStats() == S_OK;
+    });
+    g_areHeld = g_waits = false;
+    EXPECT_TRUE(child.Succeeded());
     dump.join();
     creation.join();
     QVMutexDestroy(mutex);
@@ -357,35 +290,40 @@ TEST_F(LockStatTable, AForkBesideADumpLeavesTheChildAWholeTable)
 
 TEST_F(LockStatTable, EverythingAtOnce)
 {
-    const QVMutex shared = Make(QV_MUTEX_STATS, "shared");
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&] {
-            while (!stop) {
-                QVMutexAcquire(shared);
-                g_clock.now += 1;
-                QVMutexRelease(shared);
-            }
-        });
-        threads.emplace_back([&] {
-            while (!stop) {
-                const QVMutex own = Make(QV_MUTEX_STATS | QV_MUTEX_CHECKED, "own");
-                EXPECT_EQ(QVMutexAcquire(own) + QVMutexRelease(own), S_OK);
-                EXPECT_EQ(QVMutexDestroy(own), S_OK);
-            }
-        });
+    for (const std::uint32_t flags : {QV_MUTEX_STATS | QV_MUTEX_SPIN, QV_MUTEX_CHECKED, 0u}) {
+        const QVMutex shared = Make(flags);
+        long held = 0;
+        std::atomic<long> holds{0};
+        std::atomic<bool> stop{false};
+        std::vector<std::jthread> threads;
+        for (const auto enter : {&QVMutexAcquire, &QVMutexAcquire, &QVMutexTryAcquire}) {
+            threads.emplace_back([&, enter] {
+                while (!stop) {
+                    if (enter(shared) == S_OK) {
+                        ++held;
+                        g_clock.now += 1;
+                        EXPECT_EQ(QVMutexRelease(shared), S_OK);
+                        ++holds;
+                    }
+                }
+            });
+            threads.emplace_back([&] {
+                while (!stop) {
+                    const QVMutex own = Make(QV_MUTEX_STATS);
+                    EXPECT_EQ(QVMutexAcquire(own) + QVMutexRelease(own), S_OK);
+                    EXPECT_EQ(QVMutexDestroy(own), S_OK);
+                }
+            });
+        }
+        for (int round = 0; round < 40; ++round) {
+            EXPECT_EQ(QVDumpLockStats("round", u"out"), S_OK);
+            EXPECT_EQ(QVResetLockStats(), S_OK);
+        }
+        stop = true;
+        threads.clear();
+        EXPECT_EQ(held, holds);
+        QVMutexDestroy(shared);
     }
-    for (int round = 0; round < 60; ++round) {
-        EXPECT_EQ(QVDumpLockStats("round", u"out"), S_OK);
-        EXPECT_EQ(QVResetLockStats(), S_OK);
-        EXPECT_GE(NumbersOf(shared)[2], 0);
-    }
-    stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    QVMutexDestroy(shared);
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-// What the tests of checked mutexes and of their statistics share: a clock that is set by hand, and
-// the alerts that were raised.
+// What the tests of mutexes and of their statistics share, with a clock that is set by hand.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,7 +8,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -18,39 +16,18 @@ namespace qv::test
 
 struct Clock
 {
-    std::atomic<bool> isByHand;
-    std::atomic<bool> fails;
+    std::atomic<bool> fails; // but for its milliseconds
     std::atomic<std::int64_t> now;
-    std::atomic<std::uint32_t> tick; // what the tick count is when the counter fails
     std::atomic<int> looks;
-
-    void Reset(bool byHand)
-    {
-        isByHand = byHand;
-        fails = false;
-        now = 0;
-        tick = 0;
-        looks = 0;
-    }
 };
 
 extern Clock g_clock;
-extern std::vector<std::u16string> g_alerts;
 
 class LockStats : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        QVResetLockStats();
-        g_clock.Reset(true);
-        g_alerts.clear();
-    }
-    void TearDown() override
-    {
-        g_clock.Reset(false);
-        EXPECT_EQ(QVResetLockStats(), S_OK);
-    }
+    LockStats() { g_clock.now = g_clock.looks = 0; }
+    ~LockStats() override { EXPECT_EQ(QVResetLockStats(), S_OK); }
 };
 
 inline QVMutex Make(std::uint32_t flags, const char* name = "test")
