@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <new>
 #include <string>
 
@@ -83,18 +82,11 @@ int _wsopen(const WCHAR* path, int flags, int share)
 int _write(int file, const void* bytes, unsigned count)
 {
     const KeepErrno keep;
-    const auto* const begin = static_cast<const char*>(bytes);
-    const unsigned most = std::min<unsigned>(count, INT_MAX);
-    unsigned done = 0;
-    while (done < most) {
-        const ssize_t now = WriteOnceQuietly(file, begin + done, most - done);
-        if (now > 0) {
-            done += static_cast<unsigned>(now);
-        } else if (now == 0 || errno != EINTR) {
-            break;
-        }
-    }
-    return done > 0 || most == 0 ? static_cast<int>(done) : Failed(errno);
+    ssize_t written;
+    do {
+        written = WriteOnceQuietly(file, static_cast<const char*>(bytes), count);
+    } while (written < 0 && errno == EINTR);
+    return written >= 0 ? static_cast<int>(written) : Failed(errno);
 }
 
 int _close(int file)

@@ -15,9 +15,8 @@ extern "C"
 {
     // Gives a descriptor, or -1. Flags and sharing are the two values above.
     int _wsopen(const WCHAR* path, int flags, int share);
-    // Gives the number of bytes written, which is fewer than asked for only if the next call would
-    // fail; -1 if none could be written. A reader that has gone, or a limit that is reached, is
-    // a failure, not a signal.
+    // Gives the number of bytes written, as with write(), or -1. A reader that has gone, or a limit
+    // that is reached, is a failure, not a signal.
     int _write(int file, const void* bytes, unsigned count);
     // 0, or -1 if the system reports now that bytes were lost. The descriptor is closed anyway.
     int _close(int file);

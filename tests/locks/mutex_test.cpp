@@ -61,6 +61,7 @@ using Numbers = std::vector<std::int64_t>;
 struct Fields : CQVCoreMutexChecked
 {
     explicit Fields(std::uint32_t flags) : CQVCoreMutexChecked("fields", flags) {}
+    Numbers All() { return NumbersOf(reinterpret_cast<QVMutex>(this)); }
     using CQVCoreMutexChecked::m_criticalSection;
     using CQVCoreMutexChecked::m_lockDepth;
     using CQVCoreMutexChecked::m_owner;
@@ -145,7 +146,7 @@ TEST_F(LockStats, FailedChecksAlertAndChangeNothing)
                   owner, acquire, acquire, owner,
                   u"CQVCoreMutexChecked::preRelease m_lockDepth check failed",
                   u"CQVCoreMutexChecked::preRelease m_lockDepth non recursive check failed "}));
-    EXPECT_EQ(NumbersOf(reinterpret_cast<QVMutex>(&mutex)), (Numbers{0, 0, 1, 0, 0, 0, 0}));
+    EXPECT_EQ(mutex.All(), (Numbers{0, 0, 1, 0, 0, 0, 0}));
     EXPECT_EQ(mutex.Release(), S_OK);
     EXPECT_EQ(mutex.m_owner, 0u);
     EXPECT_EQ(InAnotherThread([&] { return mutex.Acquire(); }), S_OK);
@@ -160,7 +161,6 @@ TEST_F(LockStats, TimesAndCounts)
         g_clock.now = ticks;
         return mutex;
     };
-    const auto numbers = [&] { return NumbersOf(reinterpret_cast<QVMutex>(&mutex)); };
     at(0).Acquire(); // a start of 0 counts as no time taken
     EXPECT_EQ(g_clock.looks, 2);
     at(5).Acquire();
@@ -169,10 +169,10 @@ TEST_F(LockStats, TimesAndCounts)
     at(8).Release();
     EXPECT_EQ(g_clock.looks, 3) << "deeper levels do not look, but for the acquire's start";
     at(109).Release();
-    EXPECT_EQ(numbers(), (Numbers{0, 0, 3, 10, 10, 3, 0}));
+    EXPECT_EQ(mutex.All(), (Numbers{0, 0, 3, 10, 10, 3, 0}));
     at(200).TryAcquire();
     at(219).Release();
-    EXPECT_EQ(numbers(), (Numbers{0, 0, 4, 10, 12, 4, 0})) << "ticks are added, then converted";
+    EXPECT_EQ(mutex.All(), (Numbers{0, 0, 4, 10, 12, 4, 0})) << "ticks are added, then converted";
 
     // Held until 1000, and given back after three others wait, however often each has to.
     at(300).Acquire();
@@ -190,13 +190,13 @@ TEST_F(LockStats, TimesAndCounts)
     }
     at(1000).Release();
     waiters.clear();
-    EXPECT_EQ(numbers(), (Numbers{70, 210, 8, 70, 82, 8, 3}));
+    EXPECT_EQ(mutex.All(), (Numbers{70, 210, 8, 70, 82, 8, 3}));
 
     at(2000).Acquire();
     mutex.ResetStats();
-    EXPECT_EQ(numbers(), (Numbers{0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(mutex.All(), (Numbers{0, 0, 0, 0, 0, 0, 0}));
     at(2500).Release();
-    EXPECT_EQ(numbers(), (Numbers{0, 0, 0, 50, 50, 1, 0})) << "the hold began before the reset";
+    EXPECT_EQ(mutex.All(), (Numbers{0, 0, 0, 50, 50, 1, 0})) << "the hold began before the reset";
 }
 
 // Ten days and more, a clock that goes back, one that jumps from end to end, and none, for which
@@ -226,9 +226,7 @@ TEST_F(LockStats, TimesOfAnyLength)
         mutex.TryAcquire();
         g_clock.now = row.end;
         mutex.Release();
-        EXPECT_EQ(NumbersOf(reinterpret_cast<QVMutex>(&mutex)),
-                  (Numbers{0, 0, 1, row.longest, row.total, 1, 0}))
-            << row.begin;
+        EXPECT_EQ(mutex.All(), (Numbers{0, 0, 1, row.longest, row.total, 1, 0})) << row.begin;
     }
     g_clock.fails = false;
     Fields::s_counterFrequency = 10'000'000;
@@ -262,16 +260,12 @@ TEST_F(LockStats, ANextHolderMayDestroyTheMutex)
     for (int round = 0; round < 2000; ++round) {
         const QVMutex mutex = Make(0);
         QVMutexAcquire(mutex);
-        std::atomic<bool> waiting{false};
         const std::jthread next([&] {
-            waiting = true;
             QVMutexAcquire(mutex);
             QVMutexRelease(mutex);
             QVMutexDestroy(mutex);
         });
-        while (!waiting) {
-            std::this_thread::yield();
-        }
+        std::this_thread::sleep_for(std::chrono::microseconds(round % 128));
         QVMutexRelease(mutex);
     }
 }
