@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/store_fixture.h"
+#include "support/child_process.h"
 
 using namespace qv::test;
 
@@ -17,34 +18,28 @@ namespace
 
 // Stops threads inside a call of LMDB until the test lets them go on. Without a lock, which a child
 // could find taken.
-class Gate
+struct Gate
 {
-public:
-    void Close(int stops)
+    std::atomic<int> stops{0};
+    std::atomic<int> inside{0};
+
+    void Close(int count)
     {
-        m_inside = 0;
-        m_stops = stops;
+        inside = 0;
+        stops = count;
     }
-    void Open() { m_stops = 0; }
     void Pass()
     {
-        if (m_stops == 0 || m_inside.fetch_add(1) >= m_stops) {
-            return;
-        }
-        while (m_stops != 0) {
+        for (bool isStopped = stops != 0 && inside.fetch_add(1) < stops; isStopped && stops != 0;) {
             usleep(100);
         }
     }
     void AwaitStopped() const
     {
-        while (m_inside < m_stops) {
+        while (inside < stops) {
             usleep(100);
         }
     }
-
-private:
-    std::atomic<int> m_stops{0};
-    std::atomic<int> m_inside{0};
 };
 
 Gate g_opening;
@@ -56,11 +51,10 @@ bool g_noWipe = false; // the kernel cannot clear memory in a child
 
 extern "C"
 {
-    int __real_mdb_env_open(MDB_env* environment, const char* path, unsigned flags,
-                            mdb_mode_t mode);
-    int __real_mdb_get(MDB_txn* transaction, MDB_dbi database, MDB_val* key, MDB_val* data);
-    int __real_mdb_txn_commit(MDB_txn* transaction);
-    int __real_madvise(void* memory, std::size_t size, int advice);
+    decltype(mdb_env_open) __real_mdb_env_open;
+    decltype(mdb_get) __real_mdb_get;
+    decltype(mdb_txn_commit) __real_mdb_txn_commit;
+    decltype(madvise) __real_madvise;
 
     int __wrap_mdb_env_open(MDB_env* environment, const char* path, unsigned flags, mdb_mode_t mode)
     {
@@ -100,21 +94,15 @@ void ReadBefore()
 void ForkBeside(Gate& gate, const std::function<void()>& inside)
 {
     gate.Close(1);
-    std::thread thread(inside);
+    std::jthread thread(inside);
     gate.AwaitStopped();
-    const pid_t child = fork();
-    if (child == 0) {
-        gate.Open();
+    Child child([&gate] {
+        gate.stops = 0;
         alarm(100);
-        const bool good =
-            GetNumber(u"before") == 1 && SetNumber(u"child", 2) == 0 && Delete(u"child") == 0;
-        _exit(good ? 0 : 1);
-    }
-    gate.Open(); // a commit holds up the child's writing until now
-    thread.join();
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        return GetNumber(u"before") == 1 && SetNumber(u"child", 2) == 0 && Delete(u"child") == 0;
+    });
+    gate.stops = 0; // a commit holds up the child's writing until now
+    EXPECT_TRUE(child.Succeeded());
     ReadBefore();
     EXPECT_EQ(SetNumber(u"parent", 3), 0);
 }
@@ -156,32 +144,18 @@ TEST_F(RegistrySharing, ForkedProcessesGoOn)
     EXPECT_EQ(GetNumber(u"a\\b"), 5);
 }
 
-// Gives each thread its number.
-void InThreads(int count, const std::function<void(int i)>& run)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back(run, i);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
 // More threads inside at once than there are readers in store.
 TEST_F(RegistrySharing, ManyReadersAtOnce)
 {
     constexpr int kThreads = 40;
     ASSERT_EQ(SetNumber(u"before", 1), 0);
     g_reading.Close(kThreads);
-    InThreads(kThreads + 1, [](int i) {
-        if (i < kThreads) {
-            ReadBefore();
-        } else {
-            g_reading.AwaitStopped();
-            g_reading.Open();
-        }
-    });
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back(&ReadBefore);
+    }
+    g_reading.AwaitStopped();
+    g_reading.stops = 0;
 }
 
 std::u16string KeyOf(int i)
@@ -198,7 +172,7 @@ TEST_F(RegistrySharing, ThreadsReadAndWrite)
         ASSERT_EQ(SetNumber(KeyOf(i), 0), 0);
     }
     std::atomic<int> wrong{0};
-    InThreads(kThreads, [&wrong](int i) {
+    const auto use = [&wrong](int i) {
         std::int64_t seen[kThreads] = {};
         const std::u16string passing = KeyOf(i) + u"\\passing";
         for (std::uint32_t round = 1; round <= 150; ++round) {
@@ -211,71 +185,57 @@ TEST_F(RegistrySharing, ThreadsReadAndWrite)
             wrong += GetNumber(passing) != round;
             wrong += Delete(passing) != 0 || GetNumber(passing) != -2;
         }
-    });
-    EXPECT_EQ(wrong, 0);
-}
-
-constexpr int kWriters = 3;
-
-[[noreturn]] void CountUp(int i, std::atomic<std::uint32_t>& acknowledged)
-{
-    alarm(100);
-    const std::u16string passing = KeyOf(i) + u"\\passing";
-    for (std::uint32_t number = acknowledged + 1;; ++number) {
-        if (SetNumber(KeyOf(i), number) != 0) {
-            _exit(1);
-        }
-        acknowledged = number;
-        if (SetNumber(passing, number) != 0 || Delete(passing) != 0) {
-            _exit(1);
-        }
+    };
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back(use, i);
     }
+    threads.clear();
+    EXPECT_EQ(wrong, 0);
 }
 
 // Writers are killed wherever they are. Every change that was acknowledged is there, the store
 // works at once, and nothing of what they held stays behind.
 TEST_F(RegistrySharing, KilledWritersLoseNothing)
 {
-    void* const shared =
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(shared, MAP_FAILED);
-    auto* const acknowledged = static_cast<std::atomic<std::uint32_t>*>(shared);
-    for (int i = 0; i < kWriters; ++i) {
-        ASSERT_EQ(SetNumber(KeyOf(i), 0), 0);
-    }
+    struct Shared
+    {
+        std::atomic<std::uint32_t> acknowledged[3];
+        std::atomic<bool> failed;
+    };
+    Shared& shared = MakeShared<Shared>();
+    const auto countUp = [&shared](int i) {
+        alarm(100);
+        const std::u16string passing = KeyOf(i) + u"\\passing";
+        std::uint32_t number = shared.acknowledged[i] + 1;
+        for (; SetNumber(KeyOf(i), number) == 0; ++number) {
+            shared.acknowledged[i] = number;
+            if (SetNumber(passing, number) != 0 || Delete(passing) != 0) {
+                break;
+            }
+        }
+        return !(shared.failed = true);
+    };
     std::mt19937 random(7);
-    for (int round = 0; round < 60; ++round) {
-        pid_t writers[kWriters];
-        std::uint32_t until[kWriters];
-        for (int i = 0; i < kWriters; ++i) {
-            until[i] = acknowledged[i] + static_cast<std::uint32_t>(random() % 13);
-            writers[i] = fork();
-            ASSERT_NE(writers[i], -1); // what kill() takes for every process
-            if (writers[i] == 0) {
-                CountUp(i, acknowledged[i]);
-            }
-        }
-        for (int i = 0; i < kWriters; ++i) {
-            int status = 0;
-            while (acknowledged[i] < until[i] && waitpid(writers[i], nullptr, WNOHANG) == 0) {
-                usleep(50);
-            }
+    for (std::uint32_t round = 0; round < 60; ++round) {
+        Child writers[] = {Child([&] { return countUp(0); }), Child([&] { return countUp(1); }),
+                           Child([&] { return countUp(2); })};
+        for (int i = 0; i < 3; ++i) {
+            std::atomic<std::uint32_t>& acknowledged = shared.acknowledged[i];
+            const auto until = acknowledged + static_cast<std::uint32_t>(random() % 13);
+            ASSERT_TRUE(Becomes([&] { return acknowledged >= until || shared.failed; }));
             usleep(static_cast<useconds_t>(random() % 400));
-            kill(writers[i], SIGKILL);
-            EXPECT_EQ(waitpid(writers[i], &status, 0), writers[i]);
-            EXPECT_TRUE(WIFSIGNALED(status)) << "a writer had an error";
-        }
-        for (int i = 0; i < kWriters; ++i) {
+            writers[i].Kill();
             const std::int64_t number = GetNumber(KeyOf(i));
-            const std::int64_t known = acknowledged[i];
+            const std::int64_t known = acknowledged;
             ASSERT_TRUE(number == known || number == known + 1) << number << " after " << known;
-            acknowledged[i] = static_cast<std::uint32_t>(number);
+            acknowledged = static_cast<std::uint32_t>(number);
         }
-        ASSERT_EQ(SetNumber(u"parent", static_cast<std::uint32_t>(round)), 0);
+        ASSERT_EQ(SetNumber(u"parent", round), 0);
     }
+    EXPECT_FALSE(shared.failed);
     CloseRegistryStores();
-    EXPECT_EQ(GetNumber(KeyOf(0)), std::int64_t{acknowledged[0]}) << "opened anew";
-    munmap(shared, 4096);
+    EXPECT_EQ(GetNumber(KeyOf(0)), std::int64_t{shared.acknowledged[0]}) << "opened anew";
 }
 
 } // namespace
