@@ -26,11 +26,12 @@ Fault g_fault;
 int g_dead = 0; // readers that were killed, besides the real ones
 bool g_sameHash = false;
 
-template <class Call> int FaultOr(const char* name, Call call)
+template <class Call> int FaultOr(const char* name, Call call, MDB_txn* ended = nullptr)
 {
     if (std::strcmp(g_fault.call, name) != 0 || g_fault.spared-- > 0) {
         return call();
     }
+    mdb_txn_abort(ended);
     const int result = g_fault.result;
     g_fault = g_fault.once ? Fault{} : Fault{name, result};
     return result;
@@ -48,13 +49,8 @@ extern "C"
 
     int __wrap_mdb_txn_commit(MDB_txn* transaction)
     {
-        bool isCalled = false;
-        const int result = FaultOr("commit", [&] {
-            isCalled = true;
-            return __real_mdb_txn_commit(transaction);
-        });
-        mdb_txn_abort(isCalled ? nullptr : transaction);
-        return result;
+        return FaultOr(
+            "commit", [&] { return __real_mdb_txn_commit(transaction); }, transaction);
     }
     int __wrap_mdb_put(MDB_txn* transaction, MDB_dbi database, MDB_val* key, MDB_val* data,
                        unsigned flags)
@@ -174,11 +170,7 @@ TEST_F(RegistryCalls, NamesWithTheSameHash)
 // goes through.
 TEST_F(RegistryCalls, FailuresOfTheStore)
 {
-    const struct
-    {
-        int result;
-        LONG error;
-    } rows[] = {
+    const std::pair<int, LONG> rows[] = {
         {ENOSPC, 112},        {EDQUOT, 112},         {MDB_MAP_FULL, 1450},
         {ENOMEM, 14},         {EIO, 1117},           {EROFS, 5},
         {EACCES, 5},          {MDB_CORRUPTED, 1015}, {MDB_PAGE_NOTFOUND, 1015},
@@ -186,14 +178,14 @@ TEST_F(RegistryCalls, FailuresOfTheStore)
         {MDB_TXN_FULL, 1450}, {MDB_BAD_TXN, 31},     {MDB_MAP_RESIZED, 1450},
     };
     ASSERT_EQ(SetNumber(u"a\\b", 1), 0);
-    for (const auto& row : rows) {
+    for (const auto& [result, expected] : rows) {
         for (const char* const call : {"commit", "put", "get"}) {
-            SCOPED_TRACE(testing::Message() << row.result << " of " << call);
-            g_fault = {call, row.result};
-            EXPECT_EQ(SetNumber(u"a\\b", 2), row.error);
-            EXPECT_EQ(SetNumber(u"a\\new", 2), row.error);
-            EXPECT_EQ(Delete(u"a\\b"), row.error);
-            EXPECT_EQ(GetNumber(u"a\\b"), call[0] == 'g' ? -row.error : 1);
+            SCOPED_TRACE(testing::Message() << result << " of " << call);
+            g_fault = {call, result};
+            EXPECT_EQ(SetNumber(u"a\\b", 2), expected);
+            EXPECT_EQ(SetNumber(u"a\\new", 2), expected);
+            EXPECT_EQ(Delete(u"a\\b"), expected);
+            EXPECT_EQ(GetNumber(u"a\\b"), call[0] == 'g' ? -expected : 1);
             g_fault = {};
             EXPECT_EQ(GetNumber(u"a\\b"), 1);
             EXPECT_EQ(GetNumber(u"a\\new"), -2);
