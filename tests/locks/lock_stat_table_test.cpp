@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <iterator>
-#include <regex>
 
 #include "frame/library.h"
 #include "lock_stats_test.h"
@@ -92,7 +92,9 @@ std::string Dumped(const char* name)
     for (; moment <= std::time(nullptr); ++moment) {
         char time[80];
         std::strftime(time, sizeof time, " - %m/%d/%Y %H:%M:%S\n", std::localtime(&moment));
-        text = std::regex_replace(text, std::regex(time), " - TIME\n");
+        for (std::size_t at; (at = text.find(time)) != std::string::npos;) {
+            text.replace(at, std::strlen(time), " - TIME\n");
+        }
     }
     return text;
 }

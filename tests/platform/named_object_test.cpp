@@ -277,20 +277,4 @@ TEST(NamedObject, IsWholeOrNotThereInAForkedChild)
     EXPECT_FALSE(fs::exists("/dev/shm/qvc." + name));
 }
 
-TEST(NamedSemaphoreWait, LastsAsLongAsItWasAskedTo)
-{
-    HANDLE const semaphore = Open(OwnName("wait"), 0);
-    signal(SIGALRM, [](int) {});
-    ualarm(3000, 3000);
-    for (const int ms : {30, 450}) { // within a slice, and over two
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(semaphore, static_cast<DWORD>(ms)));
-        const auto waited = std::chrono::steady_clock::now() - start;
-        EXPECT_GE(waited, std::chrono::milliseconds(ms));
-        EXPECT_LT(waited, std::chrono::milliseconds(ms + 150));
-    }
-    ualarm(0, 0);
-    CloseHandle(semaphore);
-}
-
 } // namespace
