@@ -252,9 +252,7 @@ TEST_F(LockStatTable, AForkBesideADumpLeavesTheChildAWholeTable)
     const QVMutex mutex = Make(QV_MUTEX_STATS, "inherited");
     g_areHeld = true;
     std::thread dump([] { EXPECT_EQ(QVDumpLockStats("parent", u"out"), S_OK); });
-    while (!g_waits) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(Becomes([] { return g_waits.load(); }));
     Child child([&] {
         alarm(20);
         g_areHeld = false;
