@@ -9,11 +9,13 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -117,6 +119,13 @@ extern "C"
 namespace
 {
 
+std::ptrdiff_t CountMappings()
+{
+    std::ifstream maps("/proc/self/maps");
+    return std::count_if(std::istream_iterator<std::string>(maps), {},
+                         [](const std::string& word) { return word.rfind("/dev/shm", 0) == 0; });
+}
+
 HANDLE Open(const std::string& name, LONG count = 1, const SECURITY_ATTRIBUTES* rights = nullptr)
 {
     return CreateSemaphoreA(rights, count, 9, name.c_str());
@@ -156,6 +165,7 @@ TEST(NamedObject, LeavesNothingBehindWhenACallFails)
                 EXPECT_EQ(0, g_lastUnlocked);
             }
             EXPECT_EQ(descriptors, CountDescriptors());
+            EXPECT_EQ(way == 1 ? 1 : 0, CountMappings());
             // A left-over may go before its successor cannot be made.
             EXPECT_TRUE(fs::exists(file) == (way == 1 || way == 3) || (way == 2 && !made));
             ASSERT_LT(n, 50);
