@@ -36,9 +36,7 @@ struct Gate
     }
     void AwaitStopped() const
     {
-        while (inside < stops) {
-            usleep(100);
-        }
+        EXPECT_TRUE(Becomes([this] { return inside >= stops; }));
     }
 };
 
@@ -163,32 +161,28 @@ std::u16string KeyOf(int i)
     return u"shared\\k" + std::u16string(1, static_cast<char16_t>(u'0' + i));
 }
 
-// Each thread counts up in its own key and makes and deletes another; all read all keys, in which
-// numbers only grow.
+// Each thread counts up in its own key, which its neighbour reads, and makes and deletes another.
 TEST_F(RegistrySharing, ThreadsReadAndWrite)
 {
     constexpr int kThreads = 4;
+    std::atomic<int> wrong{0};
+    std::vector<std::jthread> threads;
     for (int i = 0; i < kThreads; ++i) {
         ASSERT_EQ(SetNumber(KeyOf(i), 0), 0);
     }
-    std::atomic<int> wrong{0};
-    const auto use = [&wrong](int i) {
-        std::int64_t seen[kThreads] = {};
-        const std::u16string passing = KeyOf(i) + u"\\passing";
-        for (std::uint32_t round = 1; round <= 150; ++round) {
-            wrong += SetNumber(KeyOf(i), round) != 0 || SetNumber(passing, round) != 0;
-            for (int other = 0; other < kThreads; ++other) {
-                const std::int64_t number = GetNumber(KeyOf(other));
-                wrong += number < seen[other] || (other == i && number != round);
-                seen[other] = number;
-            }
-            wrong += GetNumber(passing) != round;
-            wrong += Delete(passing) != 0 || GetNumber(passing) != -2;
-        }
-    };
-    std::vector<std::jthread> threads;
     for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back(use, i);
+        threads.emplace_back([&wrong, own = KeyOf(i), next = KeyOf((i + 1) % kThreads)] {
+            const std::u16string passing = own + u"\\passing";
+            std::int64_t seen = 0;
+            for (std::uint32_t round = 1; round <= 250; ++round) {
+                wrong += SetNumber(own, round) != 0 || SetNumber(passing, round) != 0;
+                wrong += GetNumber(own) != round || GetNumber(passing) != round;
+                wrong += Delete(passing) != 0 || GetNumber(passing) != -2;
+                const std::int64_t number = GetNumber(next);
+                wrong += number < seen;
+                seen = number;
+            }
+        });
     }
     threads.clear();
     EXPECT_EQ(wrong, 0);
