@@ -173,9 +173,9 @@ TEST_F(LockStats, TimesAndCounts)
 
     // Held until 1000, and given back after three others wait, however often each has to.
     at(300).Acquire();
-    std::vector<std::jthread> waiters;
-    for (int i = 0; i < 3; ++i) {
-        waiters.emplace_back([&] {
+    std::vector<std::jthread> waiters(3);
+    for (std::jthread& waiter : waiters) {
+        waiter = std::jthread([&] {
             errno = 4711;
             mutex.Acquire();
             mutex.Release();

@@ -148,9 +148,9 @@ TEST_F(RegistrySharing, ManyReadersAtOnce)
     constexpr int kThreads = 40;
     ASSERT_EQ(SetNumber(u"before", 1), 0);
     g_reading.Close(kThreads);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back(&ReadBefore);
+    std::vector<std::jthread> threads(kThreads);
+    for (std::jthread& thread : threads) {
+        thread = std::jthread(&ReadBefore);
     }
     g_reading.AwaitStopped();
     g_reading.stops = 0;
@@ -167,6 +167,7 @@ TEST_F(RegistrySharing, ThreadsReadAndWrite)
     constexpr int kThreads = 4;
     std::atomic<int> wrong{0};
     std::vector<std::jthread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         ASSERT_EQ(SetNumber(KeyOf(i), 0), 0);
     }
