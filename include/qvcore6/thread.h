@@ -58,7 +58,7 @@ QV_BEGIN_DECLS
  *
  * stackSize is in bytes, rounded up to whole megabytes; 0 means the system's default. The memory is
  * used only as far as the stack grows. reserved has no effect. The thread inherits the caller's
- * signal mask and processors and has the default priority.
+ * signal mask, processors and scheduling, which is the default of the system's threads.
  *
  * S_OK; E_OUTOFMEMORY; E_FAIL if the system has no room for another thread or such a stack, or if
  * the library could not start in this process.
