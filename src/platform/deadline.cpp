@@ -1,7 +1,5 @@
 #include "platform/deadline.h"
 
-#include <ctime>
-
 namespace qv::platform
 {
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 
 #include "platform/types.h"
 
@@ -22,6 +23,10 @@ public:
     bool HasPassed() const;
     // Since the clock's own start. Not to be asked of a deadline that never comes.
     std::int64_t Nanoseconds() const { return m_nanoseconds; }
+    timespec Time() const
+    {
+        return {.tv_sec = m_nanoseconds / 1'000'000'000, .tv_nsec = m_nanoseconds % 1'000'000'000};
+    }
 
 private:
     static constexpr std::int64_t kForever = INT64_MAX;

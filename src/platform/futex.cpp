@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <ctime>
 
 #include "platform/error.h"
 #include "platform/processor.h"
@@ -24,8 +23,7 @@ bool WaitUntil(const std::atomic<std::uint32_t>& word, std::uint32_t expected, i
         return false;
     }
     const KeepErrno keep;
-    const timespec until = {.tv_sec = deadline.Nanoseconds() / 1'000'000'000,
-                            .tv_nsec = deadline.Nanoseconds() % 1'000'000'000};
+    const timespec until = deadline.Time();
     // Absolute and monotonic, unlike FUTEX_WAIT, which would start anew after a signal.
     return syscall(SYS_futex, &word, operation, expected, &until, nullptr,
                    FUTEX_BITSET_MATCH_ANY) == 0 ||

@@ -34,12 +34,6 @@ enum Joining : std::uint32_t
     kJoined,
 };
 
-timespec TimeOf(const Deadline& deadline)
-{
-    return {.tv_sec = deadline.Nanoseconds() / 1'000'000'000,
-            .tv_nsec = deadline.Nanoseconds() % 1'000'000'000};
-}
-
 DWORD ErrorFromThreads(int error)
 {
     // A limit on threads is not exhausted memory, though the C library reports both alike.
@@ -213,7 +207,7 @@ DWORD Thread::Join(const Deadline& deadline)
     } else if (deadline.IsNow()) {
         error = pthread_tryjoin_np(m_thread, &value);
     } else {
-        const timespec until = TimeOf(deadline);
+        const timespec until = deadline.Time();
         error = pthread_clockjoin_np(m_thread, &value, CLOCK_MONOTONIC, &until);
     }
     if (error == EBUSY || error == ETIMEDOUT) {
@@ -326,7 +320,7 @@ void Sleep(DWORD milliseconds)
     while (milliseconds == INFINITE) {
         pause();
     }
-    const timespec until = TimeOf(Deadline::After(milliseconds));
+    const timespec until = Deadline::After(milliseconds).Time();
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
     }
 }
