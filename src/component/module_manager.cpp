@@ -21,16 +21,12 @@ bool CQVModuleManager::IsInitialized(std::uint32_t module) const
 // Held only briefly by anyone, so it may be waited for.
 void CQVModuleManager::PrepareFork()
 {
-    if (m_setLock.Get() != QV_MUTEX_NONE) {
-        QVMutexAcquire(m_setLock.Get());
-    }
+    m_setLock.HoldIfMade();
 }
 
 void CQVModuleManager::ParentAfterFork()
 {
-    if (m_setLock.Get() != QV_MUTEX_NONE) {
-        QVMutexRelease(m_setLock.Get());
-    }
+    m_setLock.ReleaseIfMade();
 }
 
 void CQVModuleManager::ChildAfterFork()

@@ -45,6 +45,20 @@ public:
 
     QVMutex Get() const { return m_mutex; }
 
+    // Around a fork, where a table without its mutex has nothing to keep still.
+    void HoldIfMade() const
+    {
+        if (m_mutex != QV_MUTEX_NONE) {
+            QVMutexAcquire(m_mutex);
+        }
+    }
+    void ReleaseIfMade() const
+    {
+        if (m_mutex != QV_MUTEX_NONE) {
+            QVMutexRelease(m_mutex);
+        }
+    }
+
 private:
     QVMutex m_mutex = QV_MUTEX_NONE;
 };

@@ -108,23 +108,16 @@ QVRESULT CQVThreadManager::EndUse(CQVThreadData& thread, bool givesUp)
 
 void CQVThreadManager::PrepareFork()
 {
-    if (m_mapMutex.Get() != QV_MUTEX_NONE) {
-        QVMutexAcquire(m_mapMutex.Get());
-    }
+    m_mapMutex.HoldIfMade();
 }
 
 void CQVThreadManager::ParentAfterFork()
 {
-    if (m_mapMutex.Get() != QV_MUTEX_NONE) {
-        QVMutexRelease(m_mapMutex.Get());
-    }
+    m_mapMutex.ReleaseIfMade();
 }
 
 void CQVThreadManager::ChildAfterFork()
 {
-    if (m_mapMutex.Get() == QV_MUTEX_NONE) {
-        return;
-    }
     for (const auto& [id, thread] : m_map) {
         if (!thread->m_givenUp && thread->m_uses == 0) {
             CloseHandle(thread->m_handle);
@@ -133,5 +126,5 @@ void CQVThreadManager::ChildAfterFork()
     m_map.clear();
     // Without memory for it the thread is one that the table does not know.
     Boundary([this] { Add(GetCurrentThreadId(), GetCurrentThread()); });
-    QVMutexRelease(m_mapMutex.Get());
+    m_mapMutex.ReleaseIfMade();
 }
