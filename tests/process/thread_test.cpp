@@ -195,7 +195,7 @@ TEST(Thread, ThousandsLeaveNothingBehind)
     run(200);
     const auto descriptors = qv::test::CountDescriptors();
     const std::size_t heap = mallinfo2().uordblks + mallinfo2().hblkhd;
-    run(5000);
+    run(2000);
     EXPECT_EQ(qv::test::CountDescriptors(), descriptors);
     EXPECT_LE(mallinfo2().uordblks + mallinfo2().hblkhd, heap + 16384);
 }
