@@ -10,12 +10,7 @@
 
 using namespace qv;
 
-namespace
-{
-
-bool g_clockFails = false;
-
-} // namespace
+static bool g_clockFails = false;
 
 extern "C"
 {
@@ -26,7 +21,6 @@ extern "C"
     {
         return g_clockFails ? 0 : __real_QueryPerformanceCounter(count);
     }
-
     platform::BOOL __wrap_QueryPerformanceFrequency(std::int64_t* frequency)
     {
         return g_clockFails ? 0 : __real_QueryPerformanceFrequency(frequency);
@@ -36,30 +30,25 @@ extern "C"
 namespace
 {
 
-template <class Call> QVRESULT WithoutMemory(Call call)
+template <class Call> void ExpectFailure(void*& block, void* expectedBlock, Call call)
 {
     const test::FailAllocation fault(1);
-    return call();
+    EXPECT_EQ(call(), E_OUTOFMEMORY);
+    EXPECT_EQ(block, expectedBlock);
 }
 
 TEST(HeapFaults, KeepTheCallersPointer)
 {
-    void* block = &block;
-    EXPECT_EQ(WithoutMemory([&] { return QVMalloc(8, &block); }), E_OUTOFMEMORY);
-    EXPECT_EQ(block, nullptr);
-    block = &block;
-    EXPECT_EQ(WithoutMemory([&] { return QVCalloc(2, 4, &block); }), E_OUTOFMEMORY);
-    EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(WithoutMemory([&] { return QVRecalloc(&block, 4); }), E_OUTOFMEMORY);
-    EXPECT_EQ(block, nullptr);
-
     const long before = test::LiveBlocks();
+    void* block = &block;
+    ExpectFailure(block, nullptr, [&] { return QVMalloc(8, &block); });
+    block = &block;
+    ExpectFailure(block, nullptr, [&] { return QVCalloc(2, 4, &block); });
+    ExpectFailure(block, nullptr, [&] { return QVRecalloc(&block, 4); });
     ASSERT_EQ(QVMalloc(8, &block), S_OK);
     std::memcpy(block, "1234567", 8);
-    void* const kept = block;
-    EXPECT_EQ(WithoutMemory([&] { return QVRealloc(&block, 100); }), E_OUTOFMEMORY);
-    EXPECT_EQ(WithoutMemory([&] { return QVRecalloc(&block, 100); }), E_OUTOFMEMORY);
-    EXPECT_EQ(block, kept);
+    ExpectFailure(block, block, [&] { return QVRealloc(&block, 100); });
+    ExpectFailure(block, block, [&] { return QVRecalloc(&block, 100); });
     EXPECT_STREQ(static_cast<char*>(block), "1234567");
     EXPECT_EQ(QVMallocSize(block), 8u) << "still a live block";
     QVFree(block);
@@ -69,13 +58,11 @@ TEST(HeapFaults, KeepTheCallersPointer)
 TEST(CounterFaults, MillisecondsStandIn)
 {
     g_clockFails = true;
+    EXPECT_EQ(QVPerfGetFreq(), 1000u);
     const uint64_t count = QVPerfGetCount();
-    const uint64_t frequency = QVPerfGetFreq();
-    const uint32_t milliseconds = QVPerfGetCountMS();
-    g_clockFails = false;
-    EXPECT_EQ(frequency, 1000u);
-    EXPECT_LE(milliseconds - static_cast<uint32_t>(count), 60000u);
     EXPECT_LE(count, UINT32_MAX);
+    EXPECT_LE(QVPerfGetCountMS() - static_cast<uint32_t>(count), 60000u);
+    g_clockFails = false;
 }
 
 } // namespace
