@@ -41,7 +41,6 @@ public:
         std::uint32_t seen = kSignalled;
         return m_state.compare_exchange_strong(seen, kUnsignalled);
     }
-    bool TryPass() { return IsManual() ? IsSignalled() : TryTake(); }
 
     // Whoever the set frees may destroy the event at once: nothing is read of it after that.
     void Set();
@@ -57,6 +56,7 @@ private:
     static constexpr std::uint32_t kAwaited = 2;
 
     bool IsManual() const { return Kind() == ObjectKind::ManualEvent; }
+    bool TryPass() { return IsManual() ? IsSignalled() : TryTake(); }
     // Those whom a set frees, as a chain; null if nobody waits.
     Waiter* TakeFreed();
     // Passes, or queues the waiter. True if passed.

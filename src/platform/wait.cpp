@@ -122,12 +122,6 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
         SetLastError(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
-    // What passes at once reads no clock.
-    EventObject* const event = EventOf(object);
-    UnnamedSemaphore* const semaphore = SemaphoreOf(object);
-    if ((event != nullptr && event->TryPass()) || (semaphore != nullptr && semaphore->TryTake())) {
-        return WAIT_OBJECT_0;
-    }
     const Deadline deadline = Deadline::After(milliseconds);
     return IsObject(object) ? object->Wait(deadline) : WaitInVain(deadline);
 }
