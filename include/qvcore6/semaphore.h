@@ -46,8 +46,8 @@ QV_BEGIN_DECLS
  * Makes a semaphore, or with QV_SEMAPHORE_NAMED opens the one of that name. The count is 0 to
  * 32767; for a named semaphore that exists already it is not looked at beyond that. A null name
  * counts as the empty one, which is a name like any other. The name of an unnamed semaphore has any
- * length and is for the reader alone. *handleOut is QV_SEMAPHORE_NONE after a failure. S_OK;
- * E_OUTOFMEMORY; E_FAIL for a count outside its range. Named ones also: E_ACCESSDENIED if the
+ * length and is for the reader alone. *handleOut is QV_SEMAPHORE_NONE after a failure.
+ * S_OK; E_OUTOFMEMORY; E_FAIL for a count outside its range. Named ones also: E_ACCESSDENIED if the
  * semaphore belongs to somebody who does not share it, or a process that has stopped in the middle
  * of opening it keeps it for ten seconds; E_HANDLE if the name is that of another kind of object;
  * E_FAIL or QV_E_FILE_NOT_FOUND for a name that cannot be one (over 256 UTF-16 units, or with a
@@ -74,7 +74,7 @@ QV_EXPORT QVRESULT QVSemaphoreTryWait(QVSemaphore semaphore);
 /* *valueOut is -1: nobody may rely on a count that others change. S_OK. */
 QV_EXPORT QVRESULT QVSemaphoreGetValue(QVSemaphore semaphore, int32_t* valueOut);
 
-/* QVSemaphoreCreate with QV_SEMAPHORE_NAMED. The name must not be null. */
+/* QVSemaphoreCreate with QV_SEMAPHORE_NAMED, but E_INVALIDARG for a null name. */
 QV_EXPORT QVRESULT QVNamedSemOpen(const char* name, int32_t initialCount, QVSemaphore* handleOut);
 
 /* QVSemaphoreDestroy. Other processes keep the semaphore. */

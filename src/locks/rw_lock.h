@@ -11,8 +11,7 @@
 //   read            false      all reads       0                  every reader        closed
 //   writer waits    false      all reads       0                  every reader        closed until
 //                                                                 the others have left
-//   write           true       write holds     the writer's reads empty or the writer's  not looked
-//   at
+//   write           true       write holds     the writer's reads empty or the writer's  ignored
 //
 // Lock order: m_lock, m_arrayLock. The gate is awaited with m_lock held, never with m_arrayLock.
 // Invariants: m_writing and m_savedReadCount change only under m_lock. While somebody writes, the
