@@ -1,4 +1,4 @@
-// Events, gates and unnamed semaphores by their exported functions; time-outs of all waits.
+// Events, gates, unnamed semaphores and conditions by their exported functions.
 #include <gtest/gtest.h>
 #include <qvcore6/condition.h>
 #include <qvcore6/event.h>
@@ -12,6 +12,7 @@
 #include <csignal>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -21,6 +22,7 @@ namespace
 {
 
 using qv::test::Sleeper;
+using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
@@ -28,11 +30,14 @@ using Clock = std::chrono::steady_clock;
 struct Kind
 {
     const char* name;
-    std::function<void*()> create;
-    std::function<QVRESULT(void*)> destroy, signal, wait, poll;
-    std::function<QVRESULT(void*)> reset; // none for semaphores
-    QVRESULT notNow;                      // of the poll
     bool staysSignalled;
+    std::function<void*()> create;
+    std::function<QVRESULT(void*)> destroy, signal, wait;
+    std::function<QVRESULT(void*, uint32_t)> timedWait = nullptr;
+    std::function<QVRESULT(void*)> tryWait = nullptr, reset = nullptr;
+
+    QVRESULT Poll(void* object) const { return tryWait ? tryWait(object) : timedWait(object, 0); }
+    QVRESULT NotNow() const { return tryWait ? E_FAIL : QV_E_TIMEOUT; }
 };
 
 template <class Handle>
@@ -45,14 +50,10 @@ auto New(QVRESULT (*create)(const char*, uint32_t, Handle*), const char* name, u
     };
 }
 
-template <class Handle> auto On(QVRESULT (*call)(Handle))
+template <class Handle, class... More> auto On(QVRESULT (*call)(Handle, More...))
 {
-    return [call](void* object) { return call(static_cast<Handle>(object)); };
-}
-
-QVRESULT PollEvent(QVEvent event)
-{
-    return QVEventTimedWait(event, 0);
+    return
+        [call](void* object, More... more) { return call(static_cast<Handle>(object), more...); };
 }
 
 QVRESULT CreateEmptySemaphore(const char* name, uint32_t flags, QVSemaphore* handleOut)
@@ -60,36 +61,80 @@ QVRESULT CreateEmptySemaphore(const char* name, uint32_t flags, QVSemaphore* han
     return QVSemaphoreCreate(0, name, flags, handleOut);
 }
 
+// What a condition is for.
+struct Jobs
+{
+    QVCondition condition;
+    long count;
+};
+
+QVRESULT CreateJobs(const char* name, uint32_t flags, Jobs** out)
+{
+    *out = new Jobs{};
+    return QVConditionCreate(name, flags, &(*out)->condition);
+}
+
+QVRESULT AddJob(Jobs* jobs)
+{
+    QVConditionAcquire(jobs->condition);
+    ++jobs->count;
+    QVConditionSignal(jobs->condition);
+    return QVConditionRelease(jobs->condition);
+}
+
+QVRESULT TakeJob(Jobs* jobs, uint32_t timeoutMs)
+{
+    QVConditionAcquire(jobs->condition);
+    QVRESULT result = S_OK;
+    while (jobs->count == 0 && result == S_OK) {
+        result = QVConditionTimedWait(jobs->condition, timeoutMs);
+    }
+    jobs->count -= result == S_OK ? 1 : 0;
+    QVConditionRelease(jobs->condition);
+    return result;
+}
+
+QVRESULT DestroyJobs(Jobs* jobs)
+{
+    const std::unique_ptr<Jobs> owned(jobs);
+    return QVConditionDestroy(jobs != nullptr ? jobs->condition : nullptr);
+}
+
 const Kind kKinds[] = {
-    {"auto-reset event", New(QVEventCreate, "name", ~QV_EVENT_MANUAL_RESET), On(QVEventDestroy),
-     On(QVEventSignal), On(QVEventWait), On(PollEvent), On(QVEventReset), QV_E_TIMEOUT, false},
-    {"manual-reset event", New(QVEventCreate, nullptr, QV_EVENT_MANUAL_RESET), On(QVEventDestroy),
-     On(QVEventSignal), On(QVEventWait), On(PollEvent), On(QVEventReset), QV_E_TIMEOUT, true},
-    {"gate", New(QVGateCreate, nullptr, 0xFFFFFFFF), On(QVGateDestroy), On(QVGateOpen),
-     On(QVGateWait), On(QVGateTryWait), On(QVGateClose), E_FAIL, true},
-    {"semaphore", New(CreateEmptySemaphore, nullptr, ~QV_SEMAPHORE_NAMED), On(QVSemaphoreDestroy),
-     On(QVSemaphorePost), On(QVSemaphoreWait), On(QVSemaphoreTryWait), nullptr, E_FAIL, false},
+    {"auto-reset event", false, New(QVEventCreate, "name", ~QV_EVENT_MANUAL_RESET),
+     On(QVEventDestroy), On(QVEventSignal), On(QVEventWait), On(QVEventTimedWait), nullptr,
+     On(QVEventReset)},
+    {"manual-reset event", true, New(QVEventCreate, nullptr, QV_EVENT_MANUAL_RESET),
+     On(QVEventDestroy), On(QVEventSignal), On(QVEventWait), On(QVEventTimedWait), nullptr,
+     On(QVEventReset)},
+    {"gate", true, New(QVGateCreate, nullptr, 0xFFFFFFFF), On(QVGateDestroy), On(QVGateOpen),
+     On(QVGateWait), On(QVGateTimedWait), On(QVGateTryWait), On(QVGateClose)},
+    {"semaphore", false, New(CreateEmptySemaphore, nullptr, ~QV_SEMAPHORE_NAMED),
+     On(QVSemaphoreDestroy), On(QVSemaphorePost), On(QVSemaphoreWait), nullptr,
+     On(QVSemaphoreTryWait)},
+    {"condition", false, New(CreateJobs, nullptr, ~0u), On(DestroyJobs), On(AddJob),
+     [](void* jobs) { return TakeJob(static_cast<Jobs*>(jobs), ~0u); }, On(TakeJob)},
 };
 
 TEST(Wait, SignalsStayForThoseWhoComeLater)
 {
     for (const Kind& kind : kKinds) {
         SCOPED_TRACE(kind.name);
-        const QVRESULT afterOne = kind.staysSignalled ? S_OK : kind.notNow;
+        const QVRESULT afterOne = kind.staysSignalled ? S_OK : kind.NotNow();
         void* const object = kind.create();
-        EXPECT_EQ(kind.poll(object), kind.notNow) << "not signalled at first";
+        EXPECT_EQ(kind.Poll(object), kind.NotNow()) << "not signalled at first";
         EXPECT_EQ(kind.signal(object), S_OK);
         EXPECT_EQ(kind.wait(object), S_OK);
-        EXPECT_EQ(kind.poll(object), afterOne);
+        EXPECT_EQ(kind.Poll(object), afterOne);
         EXPECT_EQ(kind.signal(object), S_OK);
         EXPECT_EQ(kind.signal(object), S_OK);
-        EXPECT_EQ(kind.poll(object), S_OK);
-        EXPECT_EQ(kind.poll(object), kind.reset ? afterOne : S_OK) << "only posts add up";
+        EXPECT_EQ(kind.Poll(object), S_OK);
+        EXPECT_EQ(kind.Poll(object), kind.reset ? afterOne : S_OK) << "only posts add up";
         if (kind.reset) {
             kind.signal(object);
             EXPECT_EQ(kind.reset(object), S_OK);
         }
-        EXPECT_EQ(kind.poll(object), kind.notNow);
+        EXPECT_EQ(kind.Poll(object), kind.NotNow());
         EXPECT_EQ(kind.destroy(object), S_OK);
         EXPECT_EQ(kind.destroy(nullptr), S_OK);
     }
@@ -113,13 +158,82 @@ TEST(Wait, SignalsReachAllWhoSleep)
             EXPECT_EQ(kind.signal(object), S_OK);
             if (kind.reset) {
                 kind.reset(object);
-                EXPECT_EQ(kind.poll(object), kind.notNow);
+                EXPECT_EQ(kind.Poll(object), kind.NotNow());
             }
         }
         sleepers.clear();
-        EXPECT_EQ(kind.poll(object), kind.notNow);
+        EXPECT_EQ(kind.Poll(object), kind.NotNow());
         kind.destroy(object);
     }
+}
+
+// Who has passed may destroy the object: the signal's call must be done with it, also if it came
+// when a wait's time ran out.
+TEST(Wait, ObjectsMayGoOnceTheWaitHasPassed)
+{
+    for (const Kind& kind : kKinds) {
+        for (int round = 0; round < 300; ++round) {
+            const uint32_t timeout = round % 2 != 0 ? 1 : ~0u;
+            void* const object = kind.create();
+            std::thread waiter([&] {
+                while ((kind.timedWait ? kind.timedWait(object, timeout) : kind.wait(object)) < 0) {
+                }
+                kind.destroy(object);
+            });
+            std::this_thread::sleep_for(microseconds(timeout == 1 ? 900 + round : round % 8));
+            kind.signal(object);
+            waiter.join();
+        }
+    }
+}
+
+// What frees one at a time serves as a lock; what it guards is not atomic.
+TEST(Wait, ExcludesAndOrders)
+{
+    for (const Kind& kind : kKinds) {
+        if (kind.staysSignalled) {
+            continue;
+        }
+        void* const object = kind.create();
+        long counter = 0;
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < 4; ++thread) {
+            threads.emplace_back([&] {
+                for (int round = 0; round < 10000; ++round) {
+                    kind.wait(object);
+                    ++counter;
+                    kind.signal(object);
+                }
+            });
+        }
+        kind.signal(object);
+        threads.clear();
+        EXPECT_EQ(counter, 40000) << kind.name;
+        kind.destroy(object);
+    }
+}
+
+// A wait that began anew after each of the thread's signals would last as long as these come.
+TEST(Wait, TimeOutsHoldUnderSignals)
+{
+    static int alarms = 0;
+    signal(SIGALRM, [](int) { ualarm(++alarms < 1000 ? 5000 : 0, 0); });
+    for (const Kind& kind : kKinds) {
+        if (!kind.timedWait) {
+            continue;
+        }
+        void* const object = kind.create();
+        ualarm(5000, 0);
+        const auto begin = Clock::now();
+        errno = 4711;
+        EXPECT_EQ(kind.timedWait(object, 60), QV_E_TIMEOUT) << kind.name;
+        EXPECT_EQ(errno, 4711);
+        EXPECT_GE(Clock::now() - begin, milliseconds(60));
+        EXPECT_LT(Clock::now() - begin, milliseconds(3000));
+        kind.destroy(object);
+    }
+    ualarm(0, 0);
+    EXPECT_GT(alarms, 0);
 }
 
 TEST(Wait, SemaphoresKeepTheirLimits)
@@ -142,82 +256,53 @@ TEST(Wait, SemaphoresKeepTheirLimits)
     QVSemaphoreDestroy(semaphore);
 }
 
-// A wait that began anew after each of the thread's signals would last as long as these come.
-TEST(Wait, TimeOutsHoldUnderSignals)
+TEST(Condition, SignalsFreeThoseWhoWaitInOrderAndAreLostWithoutThem)
 {
-    static int alarms = 0;
-    signal(SIGALRM, [](int) { ualarm(++alarms < 1000 ? 5000 : 0, 0); });
-    QVEvent event = nullptr;
-    QVGate gate = nullptr;
     QVCondition condition = nullptr;
-    QVEventCreate("", 0, &event);
-    QVGateCreate("", 0, &gate);
-    QVConditionCreate("", 0, &condition);
-    QVConditionAcquire(condition);
-    const std::function<QVRESULT()> waits[] = {[&] { return QVEventTimedWait(event, 60); },
-                                               [&] { return QVGateTimedWait(gate, 60); },
-                                               [&] { return QVConditionTimedWait(condition, 60); }};
-    for (const auto& wait : waits) {
-        ualarm(5000, 0);
-        const auto begin = Clock::now();
-        errno = 4711;
-        EXPECT_EQ(wait(), QV_E_TIMEOUT);
-        EXPECT_EQ(errno, 4711);
-        EXPECT_GE(Clock::now() - begin, milliseconds(60));
-        EXPECT_LT(Clock::now() - begin, milliseconds(3000));
+    ASSERT_EQ(QVConditionCreate("", 0, &condition), S_OK);
+    EXPECT_EQ(QVConditionSignal(condition), S_OK);
+    EXPECT_EQ(QVConditionBroadcast(condition), S_OK);
+    std::deque<Sleeper> sleepers;
+    for (int count = 0; count < 6; ++count) {
+        sleepers.emplace_back([condition] {
+            QVConditionAcquire(condition);
+            EXPECT_EQ(QVConditionWait(condition), S_OK);
+            QVConditionRelease(condition);
+        });
+        sleepers.back().AwaitAsleep();
     }
-    ualarm(0, 0);
-    EXPECT_GT(alarms, 0);
-    QVConditionRelease(condition);
-    QVEventDestroy(event);
-    QVGateDestroy(gate);
+    for (std::size_t next = 0; next < 3; ++next) {
+        EXPECT_EQ(QVConditionSignal(condition), S_OK);
+        sleepers[next].AwaitDone();
+        EXPECT_FALSE(sleepers[next + 1].IsDone());
+    }
+    EXPECT_EQ(QVConditionBroadcast(condition), S_OK);
+    sleepers.clear();
     QVConditionDestroy(condition);
 }
 
-// Who has passed may destroy the object: the signal's call must be done with it.
-TEST(Wait, ObjectsMayGoOnceTheWaitHasPassed)
+// The wait gives up all levels, so that another thread gets in, and returns with all of them.
+TEST(Condition, WaitRestoresTheDepthOfTheLock)
 {
-    for (const Kind& kind : kKinds) {
-        for (int round = 0; round < 200; ++round) {
-            void* const object = kind.create();
-            std::thread waiter([&] {
-                kind.wait(object);
-                kind.destroy(object);
-            });
-            for (int wait = 0; wait < round % 8; ++wait) {
-                std::this_thread::yield();
-            }
-            kind.signal(object);
-            waiter.join();
-        }
+    QVCondition condition = nullptr;
+    ASSERT_EQ(QVConditionCreate("", 0, &condition), S_OK);
+    QVConditionAcquire(condition);
+    QVConditionAcquire(condition);
+    const auto signal = [condition] {
+        QVConditionAcquire(condition);
+        QVConditionSignal(condition);
+        QVConditionRelease(condition);
+    };
+    const Sleeper other(signal);
+    EXPECT_EQ(QVConditionWait(condition), S_OK);
+    const Sleeper next(signal);
+    for (int level = 0; level < 2; ++level) {
+        next.AwaitAsleep();
+        EXPECT_FALSE(next.IsDone()) << "still held at level " << level;
+        EXPECT_EQ(QVConditionRelease(condition), S_OK);
     }
-}
-
-// An auto-reset event and a semaphore of one serve as locks; what they guard is not atomic.
-TEST(Wait, ExcludesAndOrders)
-{
-    for (const Kind& kind : kKinds) {
-        if (kind.staysSignalled) {
-            continue;
-        }
-        void* const object = kind.create();
-        long counter = 0;
-        const auto count = [&] {
-            for (int round = 0; round < 3000; ++round) {
-                kind.wait(object);
-                ++counter;
-                kind.signal(object);
-            }
-        };
-        std::vector<std::jthread> threads;
-        for (int thread = 0; thread < 4; ++thread) {
-            threads.emplace_back(count);
-        }
-        kind.signal(object);
-        threads.clear();
-        EXPECT_EQ(counter, 12000) << kind.name;
-        kind.destroy(object);
-    }
+    next.AwaitDone();
+    QVConditionDestroy(condition);
 }
 
 } // namespace
