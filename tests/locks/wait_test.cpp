@@ -1,4 +1,5 @@
-// Events, gates, unnamed semaphores and conditions by their exported functions.
+// Events, gates, unnamed semaphores and conditions: what they promise, and their records when
+// memory runs out or the platform's object is gone.
 #include <gtest/gtest.h>
 #include <qvcore6/condition.h>
 #include <qvcore6/event.h>
@@ -12,15 +13,22 @@
 #include <csignal>
 #include <deque>
 #include <functional>
-#include <memory>
+#include <span>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "locks/wait_record.h"
+#include "platform/error.h"
+#include "platform/wait.h"
+#include "support/alloc_faults.h"
 #include "support/sleepers.h"
 
 namespace
 {
 
+using namespace qv::platform;
 using qv::test::Sleeper;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
@@ -31,23 +39,26 @@ struct Kind
 {
     const char* name;
     bool staysSignalled;
-    std::function<void*()> create;
+    std::function<QVRESULT(void**)> create;
     std::function<QVRESULT(void*)> destroy, signal, wait;
     std::function<QVRESULT(void*, uint32_t)> timedWait = nullptr;
     std::function<QVRESULT(void*)> tryWait = nullptr, reset = nullptr;
 
+    void* Make() const
+    {
+        void* object = nullptr;
+        EXPECT_EQ(create(&object), S_OK) << name;
+        return object;
+    }
     QVRESULT Poll(void* object) const { return tryWait ? tryWait(object) : timedWait(object, 0); }
     QVRESULT NotNow() const { return tryWait ? E_FAIL : QV_E_TIMEOUT; }
 };
 
-template <class Handle>
-auto New(QVRESULT (*create)(const char*, uint32_t, Handle*), const char* name, uint32_t flags)
+const char kName[] = "a name for which memory is needed";
+
+template <class Handle> auto New(QVRESULT (*create)(const char*, uint32_t, Handle*), uint32_t flags)
 {
-    return [=]() -> void* {
-        Handle handle = nullptr;
-        EXPECT_EQ(create(name, flags, &handle), S_OK);
-        return handle;
-    };
+    return [=](void** out) { return create(kName, flags, reinterpret_cast<Handle*>(out)); };
 }
 
 template <class Handle, class... More> auto On(QVRESULT (*call)(Handle, More...))
@@ -70,8 +81,11 @@ struct Jobs
 
 QVRESULT CreateJobs(const char* name, uint32_t flags, Jobs** out)
 {
-    *out = new Jobs{};
-    return QVConditionCreate(name, flags, &(*out)->condition);
+    static Jobs jobs;
+    jobs.count = 0;
+    const QVRESULT result = QVConditionCreate(name, flags, &jobs.condition);
+    *out = jobs.condition != QV_CONDITION_NONE ? &jobs : QV_NO_HANDLE_(Jobs*);
+    return result;
 }
 
 QVRESULT AddJob(Jobs* jobs)
@@ -96,23 +110,19 @@ QVRESULT TakeJob(Jobs* jobs, uint32_t timeoutMs)
 
 QVRESULT DestroyJobs(Jobs* jobs)
 {
-    const std::unique_ptr<Jobs> owned(jobs);
     return QVConditionDestroy(jobs != nullptr ? jobs->condition : nullptr);
 }
 
 const Kind kKinds[] = {
-    {"auto-reset event", false, New(QVEventCreate, "name", ~QV_EVENT_MANUAL_RESET),
-     On(QVEventDestroy), On(QVEventSignal), On(QVEventWait), On(QVEventTimedWait), nullptr,
-     On(QVEventReset)},
-    {"manual-reset event", true, New(QVEventCreate, nullptr, QV_EVENT_MANUAL_RESET),
-     On(QVEventDestroy), On(QVEventSignal), On(QVEventWait), On(QVEventTimedWait), nullptr,
-     On(QVEventReset)},
-    {"gate", true, New(QVGateCreate, nullptr, 0xFFFFFFFF), On(QVGateDestroy), On(QVGateOpen),
-     On(QVGateWait), On(QVGateTimedWait), On(QVGateTryWait), On(QVGateClose)},
-    {"semaphore", false, New(CreateEmptySemaphore, nullptr, ~QV_SEMAPHORE_NAMED),
-     On(QVSemaphoreDestroy), On(QVSemaphorePost), On(QVSemaphoreWait), nullptr,
-     On(QVSemaphoreTryWait)},
-    {"condition", false, New(CreateJobs, nullptr, ~0u), On(DestroyJobs), On(AddJob),
+    {"auto-reset event", false, New(QVEventCreate, ~QV_EVENT_MANUAL_RESET), On(QVEventDestroy),
+     On(QVEventSignal), On(QVEventWait), On(QVEventTimedWait), nullptr, On(QVEventReset)},
+    {"manual-reset event", true, New(QVEventCreate, ~1u), On(QVEventDestroy), On(QVEventSignal),
+     On(QVEventWait), On(QVEventTimedWait), nullptr, On(QVEventReset)},
+    {"gate", true, New(QVGateCreate, ~2u), On(QVGateDestroy), On(QVGateOpen), On(QVGateWait),
+     On(QVGateTimedWait), On(QVGateTryWait), On(QVGateClose)},
+    {"semaphore", false, New(CreateEmptySemaphore, ~QV_SEMAPHORE_NAMED), On(QVSemaphoreDestroy),
+     On(QVSemaphorePost), On(QVSemaphoreWait), nullptr, On(QVSemaphoreTryWait)},
+    {"condition", false, New(CreateJobs, ~0u), On(DestroyJobs), On(AddJob),
      [](void* jobs) { return TakeJob(static_cast<Jobs*>(jobs), ~0u); }, On(TakeJob)},
 };
 
@@ -121,7 +131,7 @@ TEST(Wait, SignalsStayForThoseWhoComeLater)
     for (const Kind& kind : kKinds) {
         SCOPED_TRACE(kind.name);
         const QVRESULT afterOne = kind.staysSignalled ? S_OK : kind.NotNow();
-        void* const object = kind.create();
+        void* const object = kind.Make();
         EXPECT_EQ(kind.Poll(object), kind.NotNow()) << "not signalled at first";
         EXPECT_EQ(kind.signal(object), S_OK);
         EXPECT_EQ(kind.wait(object), S_OK);
@@ -147,7 +157,7 @@ TEST(Wait, SignalsReachAllWhoSleep)
 {
     for (const Kind& kind : kKinds) {
         SCOPED_TRACE(kind.name);
-        void* const object = kind.create();
+        void* const object = kind.Make();
         std::deque<Sleeper> sleepers;
         for (int count = 0; count < 4; ++count) {
             sleepers.emplace_back([&] { EXPECT_EQ(kind.wait(object), S_OK); });
@@ -174,7 +184,7 @@ TEST(Wait, ObjectsMayGoOnceTheWaitHasPassed)
     for (const Kind& kind : kKinds) {
         for (int round = 0; round < 300; ++round) {
             const uint32_t timeout = round % 2 != 0 ? 1 : ~0u;
-            void* const object = kind.create();
+            void* const object = kind.Make();
             std::thread waiter([&] {
                 while ((kind.timedWait ? kind.timedWait(object, timeout) : kind.wait(object)) < 0) {
                 }
@@ -194,7 +204,7 @@ TEST(Wait, ExcludesAndOrders)
         if (kind.staysSignalled) {
             continue;
         }
-        void* const object = kind.create();
+        void* const object = kind.Make();
         long counter = 0;
         std::vector<std::jthread> threads;
         for (int thread = 0; thread < 4; ++thread) {
@@ -222,7 +232,7 @@ TEST(Wait, TimeOutsHoldUnderSignals)
         if (!kind.timedWait) {
             continue;
         }
-        void* const object = kind.create();
+        void* const object = kind.Make();
         ualarm(5000, 0);
         const auto begin = Clock::now();
         errno = 4711;
@@ -243,7 +253,7 @@ TEST(Wait, SemaphoresKeepTheirLimits)
         EXPECT_EQ(QVSemaphoreCreate(count, "", 0, &semaphore), E_FAIL) << count;
         EXPECT_EQ(semaphore, QV_SEMAPHORE_NONE) << count;
     }
-    ASSERT_EQ(QVSemaphoreCreate(32766, "", 0, &semaphore), S_OK);
+    ASSERT_EQ(QVSemaphoreCreate(32766, nullptr, 0, &semaphore), S_OK);
     EXPECT_EQ(QVSemaphorePost(semaphore), S_OK);
     EXPECT_EQ(QVSemaphorePost(semaphore), E_FAIL);
     int32_t value = 7;
@@ -256,10 +266,80 @@ TEST(Wait, SemaphoresKeepTheirLimits)
     QVSemaphoreDestroy(semaphore);
 }
 
+TEST(Wait, CreationSurvivesEveryFailure)
+{
+    for (const Kind& kind : kKinds) {
+        long before = 0;
+        void* object = nullptr;
+        QVRESULT result = S_OK;
+        const long failures = qv::test::SweepAllocations(
+            [&] {
+                before = qv::test::LiveBlocks();
+                result = kind.create(&object);
+            },
+            [&](long n, bool failed) {
+                EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK) << kind.name << n;
+                EXPECT_EQ(object == QV_NO_HANDLE_(void*), failed) << kind.name << n;
+                kind.destroy(failed ? nullptr : object);
+                EXPECT_EQ(qv::test::LiveBlocks(), before) << kind.name << n;
+            });
+        EXPECT_GE(failures, 2) << "the record and its name";
+    }
+}
+
+// The answer of the platform, which has no other failure, comes through.
+TEST(Wait, RecordsWithoutAnObjectFailInEveryCall)
+{
+    using Record = qv::core::WaitRecord;
+    static_assert(offsetof(Record, m_handle) == 0);
+    static_assert(offsetof(Record, m_name) == sizeof(void*));
+    static_assert(offsetof(Record, m_flags) == sizeof(void*) + sizeof(std::string));
+    for (const Kind& kind : std::span(kKinds).first(4)) { // the condition has a record of its own
+        SCOPED_TRACE(kind.name);
+        void* const object = kind.Make();
+        auto& record = *static_cast<Record*>(object);
+        EXPECT_EQ(record.m_name, kName);
+        EXPECT_EQ(record.m_flags >> 2, ~0u >> 2);
+        CloseHandle(std::exchange(record.m_handle, nullptr));
+        EXPECT_EQ(kind.signal(object), E_HANDLE);
+        EXPECT_EQ(kind.wait(object), E_HANDLE);
+        EXPECT_EQ(kind.Poll(object), E_HANDLE);
+        EXPECT_EQ(kind.timedWait ? kind.timedWait(object, 1) : E_HANDLE, E_HANDLE);
+        EXPECT_EQ(kind.reset ? kind.reset(object) : E_HANDLE, E_HANDLE);
+        EXPECT_EQ(kind.destroy(object), S_OK);
+    }
+}
+
+TEST(Wait, PlatformTellsWhatIsNoObjectOrOfAnotherKind)
+{
+    const HANDLE event = CreateEventA(nullptr, kFalse, kTrue, nullptr);
+    const HANDLE semaphore = CreateSemaphoreA(nullptr, 0, 5, nullptr);
+    const auto expectRefused = [](BOOL answer, DWORD error) {
+        EXPECT_EQ(answer, kFalse);
+        EXPECT_EQ(GetLastError(), error);
+        SetLastError(0);
+    };
+    for (const HANDLE pseudo : {GetCurrentProcess(), GetCurrentThread()}) {
+        expectRefused(SetEvent(pseudo), ERROR_INVALID_HANDLE);
+        expectRefused(ReleaseSemaphore(pseudo, 1, nullptr), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(WaitForSingleObject(pseudo, 5), WAIT_TIMEOUT);
+        EXPECT_EQ(CloseHandle(pseudo), kTrue);
+    }
+    expectRefused(ResetEvent(semaphore), ERROR_INVALID_HANDLE);
+    expectRefused(ReleaseSemaphore(event, 1, nullptr), ERROR_INVALID_HANDLE);
+    expectRefused(CloseHandle(nullptr), ERROR_INVALID_HANDLE);
+    expectRefused(ReleaseSemaphore(semaphore, 0, nullptr), ERROR_INVALID_PARAMETER);
+    expectRefused(ReleaseSemaphore(semaphore, 6, nullptr), ERROR_TOO_MANY_POSTS);
+    EXPECT_EQ(ReleaseSemaphore(semaphore, 5, nullptr), kTrue);
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0) << "signalled from the start";
+    CloseHandle(event);
+    CloseHandle(semaphore);
+}
+
 TEST(Condition, SignalsFreeThoseWhoWaitInOrderAndAreLostWithoutThem)
 {
     QVCondition condition = nullptr;
-    ASSERT_EQ(QVConditionCreate("", 0, &condition), S_OK);
+    ASSERT_EQ(QVConditionCreate(nullptr, 0, &condition), S_OK);
     EXPECT_EQ(QVConditionSignal(condition), S_OK);
     EXPECT_EQ(QVConditionBroadcast(condition), S_OK);
     std::deque<Sleeper> sleepers;
@@ -285,7 +365,7 @@ TEST(Condition, SignalsFreeThoseWhoWaitInOrderAndAreLostWithoutThem)
 TEST(Condition, WaitRestoresTheDepthOfTheLock)
 {
     QVCondition condition = nullptr;
-    ASSERT_EQ(QVConditionCreate("", 0, &condition), S_OK);
+    ASSERT_EQ(QVConditionCreate(nullptr, 0, &condition), S_OK);
     QVConditionAcquire(condition);
     QVConditionAcquire(condition);
     const auto signal = [condition] {
