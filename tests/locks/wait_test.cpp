@@ -30,8 +30,7 @@ namespace
 
 using namespace qv::platform;
 using qv::test::Sleeper;
-using std::chrono::microseconds;
-using std::chrono::milliseconds;
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 // One of the kinds that can be waited for, under one set of names.
@@ -190,7 +189,7 @@ TEST(Wait, ObjectsMayGoOnceTheWaitHasPassed)
                 }
                 kind.destroy(object);
             });
-            std::this_thread::sleep_for(microseconds(timeout == 1 ? 900 + round : round % 8));
+            std::this_thread::sleep_for(1us * (timeout == 1 ? 900 + round : round % 8));
             kind.signal(object);
             waiter.join();
         }
@@ -238,8 +237,8 @@ TEST(Wait, TimeOutsHoldUnderSignals)
         errno = 4711;
         EXPECT_EQ(kind.timedWait(object, 60), QV_E_TIMEOUT) << kind.name;
         EXPECT_EQ(errno, 4711);
-        EXPECT_GE(Clock::now() - begin, milliseconds(60));
-        EXPECT_LT(Clock::now() - begin, milliseconds(3000));
+        EXPECT_GE(Clock::now() - begin, 60ms);
+        EXPECT_LT(Clock::now() - begin, 3s);
         kind.destroy(object);
     }
     ualarm(0, 0);

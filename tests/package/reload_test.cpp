@@ -3,6 +3,7 @@
 
 #include <qvcore6/mutex.h>
 #include <qvcore6/result.h>
+#include <qvcore6/semaphore.h>
 #include <qvcore6/thread.h>
 
 #include <dlfcn.h>
@@ -137,6 +138,20 @@ TEST(Reload, UnloadsRightAfterJoins)
         }
     }
     EXPECT_EQ(MapLines("libqvcore6.so"), 0);
+}
+
+// Of a handle that nobody has closed.
+TEST(Reload, LetsGoOfNamedObjects)
+{
+    const std::string name = qv::test::OwnName("unload");
+    Library library = Load(QV_LIBRARY);
+    QVSemaphore semaphore = nullptr;
+    ASSERT_EQ(Get<decltype(QVNamedSemOpen)>(library, "QVNamedSemOpen")(name.c_str(), 1, &semaphore),
+              S_OK);
+    EXPECT_NE(MapLines("/dev/shm/"), 0);
+    library.reset();
+    EXPECT_EQ(MapLines("/dev/shm/"), 0);
+    EXPECT_FALSE(std::filesystem::exists("/dev/shm/qvc.SEM:" + name));
 }
 
 // The later library aborts if its constructor or destructor is refused, at an unload and among the
