@@ -40,4 +40,12 @@ typedef int32_t QVRESULT;
 /* One 16-bit unit of UTF-16 text; the same unit as ICU's UChar, so u"..." is a literal of it. */
 typedef char16_t QVWChar;
 
+/*
+ * A handle of the system: a file, a pipe, shared memory or a child process, as a file descriptor of
+ * this process. It works with the system's own calls, and a caller's own descriptors work here.
+ * Give it back by the function that its header names, so that what belongs to it goes as well.
+ */
+typedef int32_t QVHandle;
+#define QV_HANDLE_NONE (-1)
+
 #endif

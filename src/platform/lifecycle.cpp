@@ -10,6 +10,7 @@
 
 #include "platform/calendar.h"
 #include "platform/critical_section.h"
+#include "platform/descriptor_record.h"
 #include "platform/diagnostics.h"
 #include "platform/library_counts.h"
 #include "platform/named_object.h"
@@ -84,6 +85,7 @@ void PrepareFork()
     if (t_forkIsTold) {
         ForkNotification(ForkStage::Prepare);
         HoldNamedObjects();
+        HoldRecords();
         HoldLog();
         EnterCriticalSection(&g_zoneLock);
     }
@@ -97,6 +99,7 @@ void EndFork(ForkStage stage)
     if (t_forkIsTold) {
         LeaveCriticalSection(&g_zoneLock);
         ReleaseLog(stage == ForkStage::Child);
+        ReleaseRecords();
         ReleaseNamedObjects();
         ForkNotification(stage);
         t_forkIsTold = false;
@@ -119,6 +122,8 @@ void EndFork(ForkStage stage)
     if (!ProcessIsExiting()) {
         const SectionHold changing(&g_changing);
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+        EndRecords();
+        ForgetRecords();
         CloseNamedObjects();
         CloseRegistryStores();
         ForgetLibraryCounts();
@@ -127,6 +132,7 @@ void EndFork(ForkStage stage)
     static char processEnds;
     const bool othersLive = OtherThreadsLive();
     DllMain(nullptr, DLL_PROCESS_DETACH, othersLive ? &processEnds : nullptr);
+    EndRecords();
     if (!othersLive) {
         // Else the kernel ends the holds, and the next to come takes over the names.
         CloseNamedObjects();

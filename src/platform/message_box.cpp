@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/descriptor_handle.h"
 #include "platform/diagnostics.h"
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
@@ -49,12 +50,7 @@ public:
     Terminal()
     {
         const NoCancellation noCancellation;
-        m_file = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
-        if (m_file >= 0 && m_file <= STDERR_FILENO) {
-            const int moved = fcntl(m_file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-            close(m_file);
-            m_file = moved;
-        }
+        m_file = AboveStandardNumbers(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
     }
     ~Terminal()
     {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <new>
 
+#include "platform/descriptor_handle.h"
 #include "platform/error.h"
 
 namespace qv::platform
@@ -24,19 +25,6 @@ namespace
 
 constexpr std::uint32_t kMagic = 0x4F435651; // "QVCO"
 constexpr std::uint32_t kVersion = 1;
-
-// Keeps off the numbers of the standard streams: what a program prints must not land in the file.
-int AboveStandardStreams(int file)
-{
-    if (file < 0 || file > STDERR_FILENO) {
-        return file;
-    }
-    const int above = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int error = errno;
-    close(file);
-    errno = error;
-    return above;
-}
 
 template <class Call> auto Retried(Call call)
 {
@@ -105,7 +93,7 @@ DWORD ObjectFile::Open(const ObjectPath& path)
 {
     // Non-blocking for what may lie there instead: a device, or a file under a lease.
     constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    m_file = AboveStandardStreams(Retried([&] { return open(path.Text(), kFlags); }));
+    m_file = AboveStandardNumbers(Retried([&] { return open(path.Text(), kFlags); }));
     if (m_file < 0) {
         switch (errno) {
         case ELOOP:
@@ -130,7 +118,7 @@ DWORD ObjectFile::Make(Audience audience, std::u16string_view name, NamedKind ki
                        const NamedContent& content)
 {
     constexpr int kFlags = O_TMPFILE | O_RDWR | O_CLOEXEC;
-    m_file = AboveStandardStreams(
+    m_file = AboveStandardNumbers(
         Retried([] { return open(kObjectFolder, kFlags, S_IRUSR | S_IWUSR); }));
     if (m_file < 0) {
         return errno == ENOENT ? ERROR_PATH_NOT_FOUND : LastErrno();

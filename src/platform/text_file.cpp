@@ -9,6 +9,7 @@
 #include <new>
 #include <string>
 
+#include "platform/descriptor_handle.h"
 #include "platform/error.h"
 #include "platform/path_text.h"
 #include "platform/quiet_write.h"
@@ -48,13 +49,7 @@ int Open(const char* path)
         }
         file = OpenFile(path, flags);
     }
-    if (file >= 0 && file <= STDERR_FILENO) {
-        const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        const int error = errno;
-        CloseFile(file);
-        file = moved;
-        errno = error;
-    }
+    file = AboveStandardNumbers(file);
     if (file >= 0) {
         fcntl(file, F_SETFL, O_APPEND);
     }

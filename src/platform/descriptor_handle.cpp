@@ -1,0 +1,50 @@
+#include "platform/descriptor_handle.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/error.h"
+#include "platform/no_cancellation.h"
+
+namespace qv::platform
+{
+
+BOOL CloseHandle(Descriptor descriptor)
+{
+    constexpr Descriptor kOwnProcess = -1;
+    if (descriptor == kOwnProcess) {
+        return kTrue;
+    }
+    const RecordHold<DescriptorRecord> record = TakeRecord(descriptor);
+    const DWORD error = record ? record->Close(descriptor) : CloseDescriptor(descriptor);
+    if (error != ERROR_SUCCESS) {
+        SetLastError(error);
+        return kFalse;
+    }
+    return kTrue;
+}
+
+DWORD CloseDescriptor(Descriptor descriptor)
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    // Never again after a signal: the number may be another file's by then.
+    const bool isClosed = close(descriptor) == 0 || errno == EINTR;
+    return isClosed ? ERROR_SUCCESS : ErrorFromErrno(errno);
+}
+
+Descriptor AboveStandardNumbers(Descriptor descriptor)
+{
+    if (descriptor < 0 || descriptor > STDERR_FILENO) {
+        return descriptor;
+    }
+    const NoCancellation noCancellation;
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const KeepErrno keep;
+    close(descriptor);
+    return moved;
+}
+
+} // namespace qv::platform
