@@ -1,5 +1,6 @@
 #include "platform/path_text.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace qv::platform
@@ -20,26 +21,44 @@ bool IsLow(WCHAR unit)
     return (unit & 0xFC00) == 0xDC00;
 }
 
-void AppendUtf8(std::string& bytes, std::uint32_t point)
+// What UTF-8's rule gives for a code point, or for a surrogate.
+struct Encoded
+{
+    std::size_t length;
+    char bytes[4];
+};
+
+Encoded Encode(std::uint32_t point)
 {
     const auto tail = [&](unsigned shift) {
-        bytes.push_back(static_cast<char>(0x80 | ((point >> shift) & 0x3F)));
+        return static_cast<char>(0x80 | ((point >> shift) & 0x3F));
     };
     if (point < 0x80) {
-        bytes.push_back(static_cast<char>(point));
-    } else if (point < 0x800) {
-        bytes.push_back(static_cast<char>(0xC0 | (point >> 6)));
-        tail(0);
-    } else if (point < 0x10000) {
-        bytes.push_back(static_cast<char>(0xE0 | (point >> 12)));
-        tail(6);
-        tail(0);
-    } else {
-        bytes.push_back(static_cast<char>(0xF0 | (point >> 18)));
-        tail(12);
-        tail(6);
-        tail(0);
+        return {1, {static_cast<char>(point)}};
     }
+    if (point < 0x800) {
+        return {2, {static_cast<char>(0xC0 | (point >> 6)), tail(0)}};
+    }
+    if (point < 0x10000) {
+        return {3, {static_cast<char>(0xE0 | (point >> 12)), tail(6), tail(0)}};
+    }
+    return {4, {static_cast<char>(0xF0 | (point >> 18)), tail(12), tail(6), tail(0)}};
+}
+
+// Takes the bytes of the first unit or pair off the text.
+Encoded TakeBytes(std::u16string_view& text)
+{
+    const WCHAR unit = text[0];
+    if (IsHigh(unit) && text.size() > 1 && IsLow(text[1])) {
+        const std::uint32_t point = 0x10000u + ((unit & 0x3FFu) << 10) + (text[1] & 0x3FFu);
+        text.remove_prefix(2);
+        return Encode(point);
+    }
+    text.remove_prefix(1);
+    if (unit >= kByteUnits + 0x80 && unit <= kByteUnits + 0xFF) {
+        return {1, {static_cast<char>(unit - kByteUnits)}};
+    }
+    return Encode(unit);
 }
 
 struct Sequence
@@ -76,22 +95,40 @@ Sequence FirstSequence(std::string_view bytes)
     return wrong ? Sequence{0, 0} : Sequence{length, point};
 }
 
+struct Units
+{
+    std::size_t length;
+    WCHAR units[2];
+};
+
+// Takes the units of the first sequence, or stray byte, off the bytes.
+Units TakeUnits(std::string_view& bytes)
+{
+    const Sequence sequence = FirstSequence(bytes);
+    if (sequence.length == 0) {
+        const auto stray = static_cast<std::uint8_t>(bytes[0]);
+        bytes.remove_prefix(1);
+        return {1, {static_cast<WCHAR>(kByteUnits + stray)}};
+    }
+    bytes.remove_prefix(sequence.length);
+    if (sequence.point < 0x10000) {
+        return {1, {static_cast<WCHAR>(sequence.point)}};
+    }
+    const std::uint32_t rest = sequence.point - 0x10000;
+    return {
+        2,
+        {static_cast<WCHAR>(0xD800 + (rest >> 10)), static_cast<WCHAR>(0xDC00 + (rest & 0x3FF))}};
+}
+
 } // namespace
 
 std::string PathToBytes(std::u16string_view text)
 {
     std::string bytes;
     bytes.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const WCHAR unit = text[i];
-        if (IsHigh(unit) && i + 1 < text.size() && IsLow(text[i + 1])) {
-            AppendUtf8(bytes, 0x10000u + ((unit & 0x3FFu) << 10) + (text[i + 1] & 0x3FFu));
-            ++i;
-        } else if (unit >= kByteUnits + 0x80 && unit <= kByteUnits + 0xFF) {
-            bytes.push_back(static_cast<char>(unit - kByteUnits));
-        } else {
-            AppendUtf8(bytes, unit);
-        }
+    while (!text.empty()) {
+        const Encoded next = TakeBytes(text);
+        bytes.append(next.bytes, next.length);
     }
     return bytes;
 }
@@ -101,22 +138,50 @@ std::u16string PathFromBytes(std::string_view bytes)
     std::u16string text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {
-        const Sequence sequence = FirstSequence(bytes);
-        if (sequence.length == 0) {
-            text.push_back(static_cast<WCHAR>(kByteUnits + static_cast<std::uint8_t>(bytes[0])));
-            bytes.remove_prefix(1);
-            continue;
-        }
-        if (sequence.point < 0x10000) {
-            text.push_back(static_cast<WCHAR>(sequence.point));
-        } else {
-            const std::uint32_t rest = sequence.point - 0x10000;
-            text.push_back(static_cast<WCHAR>(0xD800 + (rest >> 10)));
-            text.push_back(static_cast<WCHAR>(0xDC00 + (rest & 0x3FF)));
-        }
-        bytes.remove_prefix(sequence.length);
+        const Units next = TakeUnits(bytes);
+        text.append(next.units, next.length);
     }
     return text;
+}
+
+std::size_t PathToBytes(std::u16string_view text, char* bytes, std::size_t size)
+{
+    std::size_t length = 0;
+    while (!text.empty()) {
+        const Encoded next = TakeBytes(text);
+        if (next.length > size - length) {
+            return size + 1;
+        }
+        length =
+            static_cast<std::size_t>(std::copy_n(next.bytes, next.length, bytes + length) - bytes);
+    }
+    return length;
+}
+
+std::size_t PathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size)
+{
+    std::size_t length = 0;
+    while (!bytes.empty()) {
+        const Units next = TakeUnits(bytes);
+        if (next.length > size - length) {
+            return size + 1;
+        }
+        length =
+            static_cast<std::size_t>(std::copy_n(next.units, next.length, text + length) - text);
+    }
+    return length;
+}
+
+bool IsPathOf(std::u16string_view text, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const Units next = TakeUnits(bytes);
+        if (!text.starts_with(std::u16string_view(next.units, next.length))) {
+            return false;
+        }
+        text.remove_prefix(next.length);
+    }
+    return text.empty();
 }
 
 } // namespace qv::platform

@@ -6,6 +6,7 @@
 // to 0xDCFF become that single byte, the others the three bytes that UTF-8's rule would give.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -17,5 +18,13 @@ namespace qv::platform
 // Both throw std::bad_alloc.
 std::string PathToBytes(std::u16string_view text);
 std::u16string PathFromBytes(std::string_view bytes);
+
+// Into a place of size bytes or units, without a terminator. They give the length: above size,
+// which says no more than that, if it does not fit.
+std::size_t PathToBytes(std::u16string_view text, char* bytes, std::size_t size);
+std::size_t PathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size);
+
+// Whether the bytes, back as text, are that text.
+bool IsPathOf(std::u16string_view text, std::string_view bytes);
 
 } // namespace qv::platform

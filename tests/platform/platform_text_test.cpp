@@ -4,6 +4,7 @@
 #include <random>
 #include <string>
 
+#include "platform/native_path.h"
 #include "platform/path_text.h"
 #include "platform/registry_names.h"
 
@@ -47,6 +48,37 @@ TEST(PathText, KeepsWhatUtf8CannotCarry)
         }
         ASSERT_EQ(PathToBytes(PathFromBytes(bytes)), bytes) << testing::PrintToString(bytes);
     }
+}
+
+TEST(NativePath, EachFileNameHasOneText)
+{
+    const std::u16string longest(4095, u'x');
+    const struct
+    {
+        std::u16string text;
+        DWORD error;
+        std::string bytes;
+    } rows[] = {
+        {u"a\\b/c\\", ERROR_SUCCESS, "a/b/c/"},
+        {u"\u00E9\\\U0001F642", ERROR_SUCCESS, "\xC3\xA9/\xF0\x9F\x99\x82"},
+        {{u'x', 0xDCFF, 0xDC80}, ERROR_SUCCESS, "x\xFF\x80"},
+        {{u'x', 0xDCC3, 0xDCA9}, ERROR_INVALID_NAME, ""}, // would be the second row's first letter
+        {{0xDCC3, 0xDCA9, 0xDC80}, ERROR_INVALID_NAME, ""},
+        {{u'x', 0xD800}, ERROR_INVALID_NAME, ""},
+        {{0xDC00, u'x'}, ERROR_INVALID_NAME, ""},
+        {{u'x', 0, u'y'}, ERROR_INVALID_NAME, ""},
+        {u"", ERROR_PATH_NOT_FOUND, ""},
+        {longest, ERROR_SUCCESS, std::string(4095, 'x')},
+        {longest + u'x', ERROR_FILENAME_EXCED_RANGE, ""},
+        {std::u16string(2048, u'\u00E9'), ERROR_FILENAME_EXCED_RANGE, ""},
+    };
+    for (const auto& row : rows) {
+        NativePath path;
+        EXPECT_EQ(path.Set(std::u16string_view(row.text)), row.error) << &row - rows;
+        EXPECT_EQ(path.View(), row.bytes) << &row - rows;
+        EXPECT_EQ(path.Text()[row.bytes.size()], '\0');
+    }
+    EXPECT_EQ(NativePath().Set(nullptr), ERROR_PATH_NOT_FOUND);
 }
 
 // The fold and the hash are part of the file format: others would lose keys.
