@@ -12,6 +12,7 @@
 #include <qvcore6/condition.h>
 #include <qvcore6/diagnostics.h>
 #include <qvcore6/event.h>
+#include <qvcore6/file.h>
 #include <qvcore6/gate.h>
 #include <qvcore6/lockstats.h>
 #include <qvcore6/memory.h>
