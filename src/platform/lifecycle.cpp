@@ -12,8 +12,10 @@
 #include "platform/critical_section.h"
 #include "platform/descriptor_record.h"
 #include "platform/diagnostics.h"
+#include "platform/file_locks.h"
 #include "platform/library_counts.h"
 #include "platform/named_object.h"
+#include "platform/quiet_write.h"
 #include "platform/registry_store.h"
 #include "platform/section_hold.h"
 #include "platform/thread.h"
@@ -85,6 +87,7 @@ void PrepareFork()
     if (t_forkIsTold) {
         ForkNotification(ForkStage::Prepare);
         HoldNamedObjects();
+        HoldFileLocks();
         HoldRecords();
         HoldLog();
         EnterCriticalSection(&g_zoneLock);
@@ -100,6 +103,7 @@ void EndFork(ForkStage stage)
         LeaveCriticalSection(&g_zoneLock);
         ReleaseLog(stage == ForkStage::Child);
         ReleaseRecords();
+        ReleaseFileLocks();
         ReleaseNamedObjects();
         ForkNotification(stage);
         t_forkIsTold = false;
@@ -113,6 +117,7 @@ void EndFork(ForkStage stage)
     pthread_atfork(
         &PrepareFork, [] { EndFork(ForkStage::Parent); }, [] { EndFork(ForkStage::Child); });
     TakeProcessors();
+    TakeFileLimit();
     const SectionHold changing(&g_changing);
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }

@@ -1,5 +1,7 @@
 #include "platform/native_path.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <iterator>
 
@@ -49,6 +51,19 @@ DWORD NativePath::Convert(std::u16string_view path)
 DWORD NativePath::Set(const WCHAR* path)
 {
     return Set(path != nullptr ? std::u16string_view(path) : std::u16string_view());
+}
+
+DWORD MissingFile(const NativePath& path)
+{
+    std::string_view folder = path.View();
+    while (!folder.empty() && folder.back() == '/') {
+        folder.remove_suffix(1);
+    }
+    folder = folder.substr(0, folder.rfind('/') + 1); // all of it goes when there is none
+    char text[PATH_MAX] = ".";
+    folder.copy(text, folder.size());
+    struct stat found = {};
+    return stat(text, &found) == 0 ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
 }
 
 } // namespace qv::platform

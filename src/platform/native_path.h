@@ -33,4 +33,7 @@ private:
     char m_text[PATH_MAX];
 };
 
+// Which error says that there is no such file: 2, or 3 if there is no folder for it either.
+DWORD MissingFile(const NativePath& path);
+
 } // namespace qv::platform

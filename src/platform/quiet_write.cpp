@@ -1,6 +1,8 @@
 #include "platform/quiet_write.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -25,6 +27,9 @@ constexpr int kNoSignal = 0x100;
 
 // The kernel has no such flag, or a sandbox forbids the call. Learnt from its first refusal.
 constinit std::atomic<bool> g_flagIsUnknown{false};
+
+// Set at load.
+constinit bool g_hasFileLimit = false;
 
 // This thread gets none of the signals of a failed write while one lives, and is left with none of
 // its own making.
@@ -75,9 +80,32 @@ private:
     int m_raised = 0;
 };
 
+bool IsStream(int file)
+{
+    struct stat status = {};
+    return fstat(file, &status) != 0 || S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+}
+
+} // namespace
+
+void TakeFileLimit()
+{
+    rlimit limit = {};
+    g_hasFileLimit = getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
+bool HasFileLimit()
+{
+    return g_hasFileLimit;
+}
+
 ssize_t WriteOnce(int file, const char* bytes, std::size_t count)
 {
-    if (!g_flagIsUnknown.load(std::memory_order_relaxed)) {
+    if (g_hasFileLimit) {
+        return WriteOnceQuietly(file, bytes, count);
+    }
+    const bool triesFlag = !g_flagIsUnknown.load(std::memory_order_relaxed);
+    if (triesFlag) {
         const iovec piece = {const_cast<char*>(bytes), count};
         constexpr long kHere = -1; // at the descriptor's own position, in both halves
         const ssize_t written = syscall(SYS_pwritev2, file, &piece, 1, kHere, kHere, kNoSignal);
@@ -86,12 +114,15 @@ ssize_t WriteOnce(int file, const char* bytes, std::size_t count)
         if (!isRefused) {
             return written;
         }
+    }
+    const ssize_t written = IsStream(file) ? WriteOnceQuietly(file, bytes, count)
+                                           : syscall(SYS_write, file, bytes, count);
+    // What the bare call is refused as well says nothing about the flag.
+    if (triesFlag && written >= 0) {
         g_flagIsUnknown.store(true, std::memory_order_relaxed);
     }
-    return WriteOnceQuietly(file, bytes, count);
+    return written;
 }
-
-} // namespace
 
 ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count)
 {

@@ -13,8 +13,14 @@ namespace qv::platform
 // that the next write would meet as well: there is no such descriptor. May wait for a slow reader.
 bool WriteQuietly(int file, const char* bytes, std::size_t count);
 
-// One write, without the SIGXFSZ of a file at the process's limit either: the number of bytes, or
-// -1 with errno.
+// One write: the number of bytes, or -1 with errno.
+ssize_t WriteOnce(int file, const char* bytes, std::size_t count);
+
+// The same, without the SIGXFSZ of a file at the process's limit either, whenever that was set.
 ssize_t WriteOnceQuietly(int file, const char* bytes, std::size_t count);
+
+// At load: a limit that the process has got from its parent is kept in mind for every write.
+void TakeFileLimit();
+bool HasFileLimit();
 
 } // namespace qv::platform
