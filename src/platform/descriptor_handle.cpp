@@ -17,6 +17,7 @@ BOOL CloseHandle(Descriptor descriptor)
     if (descriptor == kOwnProcess) {
         return kTrue;
     }
+    MarkPlain(descriptor, false);
     const RecordHold<DescriptorRecord> record = TakeRecord(descriptor);
     const DWORD error = record ? record->Close(descriptor) : CloseDescriptor(descriptor);
     if (error != ERROR_SUCCESS) {

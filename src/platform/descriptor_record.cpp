@@ -1,6 +1,7 @@
 #include "platform/descriptor_record.h"
 
 #include <cstddef>
+#include <iterator>
 #include <new>
 
 #include "platform/section_hold.h"
@@ -24,6 +25,9 @@ constinit std::atomic<Chunk*> g_chunks[kChunks]{};
 
 // Held for changes, and for the moment in which a record that stands in the table is taken hold of.
 constinit CRITICAL_SECTION g_lock{};
+
+// For the numbers that most processes stay below.
+constinit std::atomic<bool> g_isPlain[1 << 16]{};
 
 std::atomic<DescriptorRecord*>* SlotOf(Descriptor descriptor)
 {
@@ -89,6 +93,27 @@ RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor)
             RecordHold<DescriptorRecord>::Adopt(slot->exchange(nullptr, std::memory_order_acq_rel));
     }
     return taken;
+}
+
+void BeginDescriptor(Descriptor descriptor)
+{
+    TakeRecord(descriptor);
+    MarkPlain(descriptor, false);
+}
+
+void MarkPlain(Descriptor descriptor, bool isPlain)
+{
+    const auto number = static_cast<std::uint32_t>(descriptor);
+    if (number < std::size(g_isPlain) &&
+        g_isPlain[number].load(std::memory_order_relaxed) != isPlain) {
+        g_isPlain[number].store(isPlain, std::memory_order_relaxed);
+    }
+}
+
+bool IsPlain(Descriptor descriptor)
+{
+    const auto number = static_cast<std::uint32_t>(descriptor);
+    return number < std::size(g_isPlain) && g_isPlain[number].load(std::memory_order_relaxed);
 }
 
 void EndRecords()

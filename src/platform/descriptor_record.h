@@ -110,6 +110,14 @@ RecordHold<DescriptorRecord> FindRecord(Descriptor descriptor);
 // The same, out of the table: for the one who closes the descriptor.
 RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor);
 
+// A descriptor has come into being: what a close that the layer has not seen left behind under its
+// number goes.
+void BeginDescriptor(Descriptor descriptor);
+
+// Whether writing to it can raise no signal, as far as the layer knows. Until it is closed.
+void MarkPlain(Descriptor descriptor, bool isPlain);
+bool IsPlain(Descriptor descriptor);
+
 // Empty if there is none of this type.
 template <class Record> RecordHold<Record> FindRecordOf(Descriptor descriptor)
 {

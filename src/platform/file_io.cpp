@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -80,6 +81,13 @@ DWORD Move(Descriptor file, std::int64_t distance, DWORD origin, std::int64_t li
     return ERROR_SUCCESS;
 }
 
+// By the bare call where no signal can come: the one that asks for none costs more.
+ssize_t WriteOnce(Descriptor file, const char* bytes, DWORD count)
+{
+    return IsPlain(file) ? syscall(SYS_write, file, bytes, count)
+                         : WriteOnceQuietly(file, bytes, count);
+}
+
 } // namespace
 
 BOOL GetFileSizeEx(Descriptor file, std::int64_t* size)
@@ -134,8 +142,8 @@ BOOL WriteFile(Descriptor file, const void* buffer, DWORD count, DWORD* bytesWri
     const char* const bytes = static_cast<const char*>(buffer);
     *bytesWritten = 0;
     do {
-        const ssize_t result = WriteOnceQuietly(file, bytes + *bytesWritten,
-                                                std::min(count - *bytesWritten, kMostBytes));
+        const ssize_t result =
+            WriteOnce(file, bytes + *bytesWritten, std::min(count - *bytesWritten, kMostBytes));
         if (result > 0) {
             *bytesWritten += static_cast<DWORD>(result);
         } else if (result == 0 || (errno != EINTR && *bytesWritten != 0)) {

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,10 +86,12 @@ private:
     {
         return m_disposition == CREATE_ALWAYS || m_disposition == TRUNCATE_EXISTING;
     }
+    bool IsOnlyRead() const { return m_reads && !m_writes && !Truncates() && !DeletesOnClose(); }
     bool DeletesOnClose() const { return (m_attributes & FILE_FLAG_DELETE_ON_CLOSE) != 0; }
     int Flags() const;
     DWORD OpenOrCreate();
     DWORD Finish();
+    bool MayBeFolder() const;
     bool Create(int more);
     DWORD ErrorOfOpen(int error, bool creates) const;
     DWORD CheckExisting(const struct stat& file);
@@ -136,16 +139,28 @@ DWORD FileOpening::Open(const WCHAR* path)
 
 DWORD FileOpening::Finish()
 {
-    // A record under this number was left behind by a close that the layer has not seen.
-    TakeRecord(m_file.Get());
+    BeginDescriptor(m_file.Get());
     struct stat file = {};
-    if ((m_wasThere || DeletesOnClose()) && fstat(m_file.Get(), &file) != 0) {
+    if (!m_wasThere && !DeletesOnClose()) {
+        file.st_mode = S_IFREG; // nothing else is made here
+    } else if (IsOnlyRead() && !MayBeFolder()) {
+        return ERROR_SUCCESS;
+    } else if (fstat(m_file.Get(), &file) != 0) {
         return ErrorFromErrno(errno);
     }
     if (const DWORD error = m_wasThere ? CheckExisting(file) : TakeRightsAway()) {
         return error;
     }
+    MarkPlain(m_file.Get(), S_ISREG(file.st_mode));
     return DeletesOnClose() ? MakeRecord(file) : ERROR_SUCCESS;
+}
+
+// Asks what can be read at once, which no folder can answer: less than half as dear as asking for
+// the file's type. What cannot answer either may be no folder.
+bool FileOpening::MayBeFolder() const
+{
+    int readable = 0;
+    return ioctl(m_file.Get(), FIONREAD, &readable) != 0;
 }
 
 DWORD FileOpening::OpenOrCreate()
