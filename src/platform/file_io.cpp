@@ -82,10 +82,9 @@ DWORD Move(Descriptor file, std::int64_t distance, DWORD origin, std::int64_t li
 }
 
 // By the bare call where no signal can come: the one that asks for none costs more.
-ssize_t WriteOnce(Descriptor file, const char* bytes, DWORD count)
+ssize_t Write(Descriptor file, const char* bytes, DWORD count)
 {
-    return IsPlain(file) ? syscall(SYS_write, file, bytes, count)
-                         : WriteOnceQuietly(file, bytes, count);
+    return IsPlain(file) ? syscall(SYS_write, file, bytes, count) : WriteOnce(file, bytes, count);
 }
 
 } // namespace
@@ -143,7 +142,7 @@ BOOL WriteFile(Descriptor file, const void* buffer, DWORD count, DWORD* bytesWri
     *bytesWritten = 0;
     do {
         const ssize_t result =
-            WriteOnce(file, bytes + *bytesWritten, std::min(count - *bytesWritten, kMostBytes));
+            Write(file, bytes + *bytesWritten, std::min(count - *bytesWritten, kMostBytes));
         if (result > 0) {
             *bytesWritten += static_cast<DWORD>(result);
         } else if (result == 0 || (errno != EINTR && *bytesWritten != 0)) {

@@ -13,6 +13,7 @@
 #include "platform/file_record.h"
 #include "platform/native_path.h"
 #include "platform/no_cancellation.h"
+#include "platform/quiet_write.h"
 
 namespace qv::platform
 {
@@ -151,7 +152,7 @@ DWORD FileOpening::Finish()
     if (const DWORD error = m_wasThere ? CheckExisting(file) : TakeRightsAway()) {
         return error;
     }
-    MarkPlain(m_file.Get(), S_ISREG(file.st_mode));
+    MarkPlain(m_file.Get(), S_ISREG(file.st_mode) && !HasFileLimit());
     return DeletesOnClose() ? MakeRecord(file) : ERROR_SUCCESS;
 }
 

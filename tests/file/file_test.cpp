@@ -538,6 +538,29 @@ TEST(Pipe, SignalsAtFullSpeedChangeNothing)
     close(ends[0]);
 }
 
+// A process that was started with a limit gets no signal when it reaches it.
+TEST_F(File, AFullLimitIsAFailure)
+{
+    if (getenv("QV_TEST_LIMITED") == nullptr) {
+        Child child([] {
+            const rlimit limit = {8, 8};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            setenv("QV_TEST_LIMITED", "1", 1);
+            execl("/proc/self/exe", "file_test", "--gtest_filter=File.AFullLimitIsAFailure",
+                  nullptr);
+            return false;
+        });
+        EXPECT_TRUE(child.Succeeded());
+        return;
+    }
+    Open(u"file", QV_FILE_WRITE | QV_FILE_CREATE);
+    uint32_t written = 0;
+    EXPECT_EQ(QVFileWrite(m_handle, "0123456789", 10, &written), S_OK);
+    EXPECT_EQ(written, 8u);
+    EXPECT_EQ(Write(m_handle, "89"), E_FAIL);
+    QVFileClose(m_handle);
+}
+
 TEST(Path, IsMadeWholeByItsTextAlone)
 {
     ASSERT_EQ(chdir("/usr/bin"), 0);
