@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
@@ -46,6 +47,22 @@ Descriptor AboveStandardNumbers(Descriptor descriptor)
     const KeepErrno keep;
     close(descriptor);
     return moved;
+}
+
+Descriptor OpenPath(const char* path, int flags, unsigned mode)
+{
+    Descriptor file;
+    do {
+        file = open(path, flags | O_CLOEXEC | O_NOCTTY | O_LARGEFILE, mode);
+    } while (file < 0 && errno == EINTR);
+    return AboveStandardNumbers(file);
+}
+
+Descriptor OpenAgain(Descriptor descriptor, int flags)
+{
+    char link[40];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+    return OpenPath(link, flags);
 }
 
 } // namespace qv::platform

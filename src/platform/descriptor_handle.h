@@ -19,4 +19,9 @@ DWORD CloseDescriptor(Descriptor descriptor);
 // is open.
 Descriptor AboveStandardNumbers(Descriptor descriptor);
 
+// Opens a path, or what an open descriptor is of, with other rights: as open, but over signals,
+// close-on-exec, and above the standard numbers. -1 with errno.
+Descriptor OpenPath(const char* path, int flags, unsigned mode = 0);
+Descriptor OpenAgain(Descriptor descriptor, int flags);
+
 } // namespace qv::platform

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <new>
 
 #include "platform/error.h"
@@ -62,9 +61,7 @@ Descriptor Place(FileRecord& record, Descriptor file, bool isShared)
         return file;
     }
     if (record.m_lockFile < 0) {
-        char link[40];
-        std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-        record.m_lockFile = AboveStandardNumbers(open(link, O_RDWR | O_CLOEXEC | O_NOCTTY));
+        record.m_lockFile = OpenAgain(file, O_RDWR);
     }
     return record.m_lockFile;
 }

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <new>
 #include <utility>
 
@@ -37,26 +36,16 @@ public:
     Opened(const Opened&) = delete;
     Opened& operator=(const Opened&) = delete;
 
-    // As open: false with errno.
-    bool Open(const char* path, int flags, mode_t mode = 0)
+    // In place of what it holds, if there is something to hold. False with errno.
+    bool Hold(Descriptor file)
     {
-        Descriptor file;
-        do {
-            file = open(path, flags | O_CLOEXEC | O_NOCTTY | O_LARGEFILE, mode);
-        } while (file < 0 && errno == EINTR);
-        file = AboveStandardNumbers(file);
-        if (m_file >= 0 && file >= 0) {
-            CloseDescriptor(m_file);
+        if (file >= 0) {
+            if (m_file >= 0) {
+                CloseDescriptor(m_file);
+            }
+            m_file = file;
         }
-        m_file = file >= 0 ? file : m_file;
         return file >= 0;
-    }
-    // The same file once more, with other rights.
-    bool OpenAgain(Opened& other, int flags) const
-    {
-        char link[40];
-        std::snprintf(link, sizeof link, "/proc/self/fd/%d", m_file);
-        return other.Open(link, flags);
     }
 
     Descriptor Get() const { return m_file; }
@@ -170,7 +159,7 @@ DWORD FileOpening::OpenOrCreate()
     constexpr int kAttempts = 16;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (m_disposition != CREATE_NEW) {
-            m_wasThere = m_file.Open(m_path.Text(), Flags());
+            m_wasThere = m_file.Hold(OpenPath(m_path.Text(), Flags()));
             if (m_wasThere) {
                 return ERROR_SUCCESS;
             }
@@ -193,7 +182,7 @@ bool FileOpening::Create(int more)
 {
     const bool isReadOnly = (m_attributes & FILE_ATTRIBUTE_READONLY) != 0;
     const int flags = (Flags() & O_PATH) != 0 ? O_RDONLY : Flags(); // the other one makes nothing
-    return m_file.Open(m_path.Text(), flags | O_CREAT | more, isReadOnly ? 0444 : 0666);
+    return m_file.Hold(OpenPath(m_path.Text(), flags | O_CREAT | more, isReadOnly ? 0444 : 0666));
 }
 
 DWORD FileOpening::ErrorOfOpen(int error, bool creates) const
@@ -224,7 +213,7 @@ DWORD FileOpening::CheckExisting(const struct stat& file)
 DWORD FileOpening::Truncate()
 {
     Opened writable;
-    if (!m_writes && !m_file.OpenAgain(writable, O_WRONLY)) {
+    if (!m_writes && !writable.Hold(OpenAgain(m_file.Get(), O_WRONLY))) {
         return ErrorFromErrno(errno);
     }
     const Descriptor file = m_writes ? m_file.Get() : writable.Get();
@@ -253,7 +242,7 @@ DWORD FileOpening::TakeRightsAway()
     if (m_reads || m_writes) {
         return ERROR_SUCCESS;
     }
-    return m_file.OpenAgain(m_file, O_PATH) ? ERROR_SUCCESS : ErrorFromErrno(errno);
+    return m_file.Hold(OpenAgain(m_file.Get(), O_PATH)) ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
 } // namespace

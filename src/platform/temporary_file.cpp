@@ -50,10 +50,7 @@ DWORD MakeFile(const WCHAR* name)
     if (const DWORD error = path.Set(name)) {
         return error;
     }
-    Descriptor file;
-    do {
-        file = open(path.Text(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    } while (file < 0 && errno == EINTR);
+    const Descriptor file = OpenPath(path.Text(), O_RDWR | O_CREAT | O_EXCL, 0600);
     if (file < 0) {
         return errno == EEXIST                       ? ERROR_FILE_EXISTS
                : errno == ENOENT || errno == ENOTDIR ? ERROR_DIRECTORY

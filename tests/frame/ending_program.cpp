@@ -127,8 +127,8 @@ bool HeldAcrossFork()
     }).detach();
     isLost.acquire();
     return Succeeds([=] {
-        const bool nested = QV_CALL(QVMutexAssertOwnership)(own, 1) == 1 &&
-                            QV_CALL(QVMutexAcquire)(own) == S_OK;
+        const bool nested =
+            QV_CALL(QVMutexAssertOwnership)(own, 1) == 1 && QV_CALL(QVMutexAcquire)(own) == S_OK;
         QV_CALL(QVMutexRelease)(own);
         QV_CALL(QVMutexRelease)(own);
         bool taken = false;

@@ -1,0 +1,272 @@
+// Files with each system call and each allocation failing, under limits, and in many cycles.
+#include <gtest/gtest.h>
+#include <qvcore6/file.h>
+#include <qvcore6/result.h>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/random.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "support/alloc_faults.h"
+#include "support/child_process.h"
+#include "support/own_folder.h"
+
+using namespace qv::test;
+
+namespace
+{
+
+constinit int g_failAt = 0; // which of the calls below fails, from 1
+constinit int g_calls = 0;
+constinit int g_errno = 0;
+
+bool Fails(bool mayBeInterrupted = false)
+{
+    if (g_failAt == 0 || (g_errno == EINTR && !mayBeInterrupted) || ++g_calls != g_failAt) {
+        return false;
+    }
+    errno = g_errno;
+    return true;
+}
+
+} // namespace
+
+extern "C"
+{
+    int __real_open(const char* path, int flags, ...);
+    decltype(fstat) __real_fstat;
+    decltype(read) __real_read;
+    decltype(ftruncate) __real_ftruncate;
+    decltype(readlink) __real_readlink;
+    decltype(getrandom) __real_getrandom;
+    int __real_fcntl(int file, int command, ...);
+    long __real_syscall(long number, ...);
+
+    int __wrap_open(const char* path, int flags, ...)
+    {
+        va_list arguments;
+        va_start(arguments, flags);
+        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+        va_end(arguments);
+        return Fails(true) ? -1 : __real_open(path, flags, mode);
+    }
+    int __wrap_fstat(int file, struct stat* status)
+    {
+        return Fails() ? -1 : __real_fstat(file, status);
+    }
+    ssize_t __wrap_read(int file, void* buffer, std::size_t size)
+    {
+        return Fails(true) ? -1 : __real_read(file, buffer, size);
+    }
+    int __wrap_ftruncate(int file, off_t size)
+    {
+        return Fails(true) ? -1 : __real_ftruncate(file, size);
+    }
+    ssize_t __wrap_readlink(const char* path, char* buffer, std::size_t size)
+    {
+        return Fails() ? -1 : __real_readlink(path, buffer, size);
+    }
+    ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned flags)
+    {
+        return Fails(true) ? -1 : __real_getrandom(buffer, size, flags);
+    }
+    int __wrap_fcntl(int file, int command, ...)
+    {
+        va_list arguments;
+        va_start(arguments, command);
+        void* const argument = va_arg(arguments, void*);
+        va_end(arguments);
+        return Fails() ? -1 : __real_fcntl(file, command, argument);
+    }
+    long __wrap_syscall(long number, ...)
+    {
+        va_list arguments;
+        va_start(arguments, number);
+        long a[6];
+        for (long& argument : a) {
+            argument = va_arg(arguments, long);
+        }
+        va_end(arguments);
+        return Fails(true) ? -1 : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+    }
+}
+
+namespace
+{
+
+constexpr uint32_t kBoth = QV_FILE_READ | QV_FILE_WRITE;
+
+class FileFaults : public testing::Test
+{
+protected:
+    FileFaults()
+    {
+        setenv("TMPDIR", m_folder.Bytes().c_str(), 1);
+        std::ofstream(m_folder.Bytes("file")) << std::string(20000, 'x');
+    }
+    ~FileFaults() override { unsetenv("TMPDIR"); }
+
+    // Everything that opens a file. Gives the result, with all closed again.
+    QVRESULT Do(int what)
+    {
+        const QVWChar* const file = m_file.c_str();
+        const QVWChar* const made = m_made.c_str();
+        QVHandle handle = QV_HANDLE_NONE;
+        QVRESULT result = S_OK;
+        switch (what) {
+        case 0:
+            result = QVFileOpen(file, QV_FILE_READ, 0, &handle);
+            break;
+        case 1:
+            result = QVFileOpen(made, kBoth | QV_FILE_CREATE, 0644, &handle);
+            break;
+        case 2:
+            result =
+                QVFileOpen(file, QV_FILE_READ | QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
+            break;
+        case 3:
+            result = QVFileOpen(made, QV_FILE_CREATE, 0644, &handle);
+            break;
+        case 4:
+            result = QVFileOpen(nullptr, kBoth | QV_FILE_TEMPORARY, 0, &handle);
+            break;
+        case 5:
+            result = QVFileOpen(made, kBoth | QV_FILE_TEMPORARY, 0644, &handle);
+            break;
+        case 6:
+            result = QVFileCopy(file, made, QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
+            break;
+        default:
+            result = QVFileOpen(file, QV_FILE_READ, 0, &handle);
+            result = result < 0 ? result : QVFileLock(handle, 0, 1, 0);
+            QVFileClose(handle);
+            return result;
+        }
+        EXPECT_EQ(handle == QV_HANDLE_NONE, result < 0);
+        QVFileClose(handle);
+        return result;
+    }
+    static constexpr int kKinds = 8;
+
+    OwnFolder m_folder;
+    std::u16string m_file = m_folder.Text(u"file");
+    std::u16string m_made = m_folder.Text(u"made");
+};
+
+TEST_F(FileFaults, EachSystemCallMayFail)
+{
+    const struct
+    {
+        int error;
+        QVRESULT result;
+    } rows[] = {{EACCES, E_ACCESSDENIED}, {EMFILE, E_FAIL}, {ENOMEM, E_OUTOFMEMORY}, {EIO, E_FAIL},
+                {ENOSPC, E_FAIL},         {EINTR, S_OK}};
+    for (int what = 0; what < kKinds; ++what) {
+        for (const auto& row : rows) {
+            const std::ptrdiff_t descriptors = CountDescriptors();
+            bool failed = true;
+            for (int n = 1; failed; ++n) {
+                g_calls = 0;
+                g_errno = row.error;
+                g_failAt = n;
+                errno = 77;
+                const QVRESULT result = Do(what);
+                EXPECT_EQ(errno, 77);
+                failed = g_calls >= n;
+                g_failAt = 0;
+                EXPECT_TRUE(result >= 0 || result == row.result || row.error == ENOSPC ||
+                            (what == 6 && result == E_FAIL) ||
+                            (what == 4 && result == QV_E_FILE_NOT_FOUND))
+                    << what << ' ' << row.error << ' ' << n << ' ' << std::hex << result;
+                EXPECT_EQ(CountDescriptors(), descriptors) << what << ' ' << row.error << ' ' << n;
+                if (result < 0 && what < 6) {
+                    EXPECT_EQ(m_folder.Count(), 1) << what << ' ' << row.error << ' ' << n;
+                }
+                unlink(m_folder.Bytes("made").c_str());
+            }
+        }
+    }
+}
+
+TEST_F(FileFaults, EachAllocationMayFail)
+{
+    for (int what = 0; what < kKinds; ++what) {
+        const std::ptrdiff_t descriptors = CountDescriptors();
+        QVRESULT result = S_OK;
+        long live = 0;
+        SweepAllocations(
+            [&] {
+                live = LiveBlocks();
+                result = Do(what);
+            },
+            [&](long, bool failed) {
+                EXPECT_EQ(result < 0, failed) << what;
+                EXPECT_TRUE(!failed || result == E_OUTOFMEMORY) << what;
+                EXPECT_EQ(LiveBlocks(), live);
+                EXPECT_EQ(CountDescriptors(), descriptors);
+                if (what != 6) {
+                    unlink(m_folder.Bytes("made").c_str());
+                    EXPECT_EQ(m_folder.Count(), 1) << what;
+                }
+            });
+        unlink(m_folder.Bytes("made").c_str());
+    }
+}
+
+TEST_F(FileFaults, TenThousandCyclesLeaveNothing)
+{
+    for (int what = 0; what < kKinds; ++what) {
+        Do(what);
+    }
+    const std::ptrdiff_t descriptors = CountDescriptors();
+    const long live = LiveBlocks();
+    for (int round = 0; round < 10000; ++round) {
+        EXPECT_GE(Do(round % kKinds), 0);
+    }
+    EXPECT_EQ(CountDescriptors(), descriptors);
+    EXPECT_EQ(LiveBlocks(), live);
+}
+
+TEST_F(FileFaults, WithoutADescriptorLeftNothingIsMade)
+{
+    Child child([&] {
+        const rlimit limit = {16, 16};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        const std::string made = m_folder.Bytes("made");
+        while (dup(0) >= 0) {
+        }
+        for (int what = 0; what < kKinds; ++what) {
+            if (Do(what) >= 0 || access(made.c_str(), F_OK) == 0) {
+                return false;
+            }
+        }
+        return close(15) == 0 && Do(0) == S_OK && Do(4) == S_OK;
+    });
+    EXPECT_TRUE(child.Succeeded());
+}
+
+// As the anonymous user, whom rights bind.
+TEST_F(FileFaults, AFolderThatMayNotBeWrittenRefuses)
+{
+    chmod(m_folder.Bytes().c_str(), 0555);
+    Child child([&] {
+        if (getuid() == 0 && setuid(65534) != 0) {
+            return false;
+        }
+        return Do(0) == S_OK && Do(1) == E_ACCESSDENIED && Do(4) < 0 &&
+               QVFileDelete(m_folder.Text(u"file").c_str()) == E_ACCESSDENIED;
+    });
+    EXPECT_TRUE(child.Succeeded());
+    chmod(m_folder.Bytes().c_str(), 0755);
+}
+
+} // namespace
