@@ -120,15 +120,21 @@ void AwaitTwoSleeps(const World& world)
     Await("waits for two sleeps", Here(), haveBegun, &world);
 }
 
+// The last to come out destroys the condition.
 template <bool all> Scenario SleptBeforeSignal()
 {
-    const auto world = std::make_shared<World>();
-    const auto sleep = [world] { Require(Sleep(*world, INFINITE), "a sleep without end ended"); };
+    const auto world = std::make_shared<Storage<World>>();
+    const auto sleep = [world] {
+        Require(Sleep(**world, INFINITE), "a sleep without end ended");
+        if (--(*world)->items == 0) {
+            world->Destroy();
+        }
+    };
     return {.threads = {sleep, sleep, [world] {
-                            AwaitTwoSleeps(*world);
-                            world->Wake(all);
+                            AwaitTwoSleeps(**world);
+                            (*world)->Wake(all);
                             if (!all) {
-                                world->Wake(all);
+                                (*world)->Wake(all);
                             }
                         }}};
 }

@@ -103,22 +103,6 @@ Scenario PulseFreesAll()
             .atEnd = [world] { Require(!world->event.IsSignalled(), "the reset was lost"); }};
 }
 
-// What the waiter does at once after its wait: nothing may touch the object any more.
-template <class Object> class Storage
-{
-public:
-    template <class... Arguments> explicit Storage(Arguments... arguments)
-    {
-        new (m_bytes) Object(arguments...);
-    }
-    Object& operator*() { return *std::launder(reinterpret_cast<Object*>(m_bytes)); }
-    Object* operator->() { return &**this; }
-    void Destroy() { (**this).~Object(); }
-
-private:
-    alignas(Object) std::byte m_bytes[sizeof(Object)];
-};
-
 template <ObjectKind kind> Scenario WaiterDestroysEvent()
 {
     const auto event = std::make_shared<Storage<EventObject>>(kind, false);
