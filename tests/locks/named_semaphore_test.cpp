@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -121,7 +122,7 @@ TEST_F(NamedSemaphore, HasAnyNameOrGivesAClearError)
         names.push_back(longest);
         names.back()[at] = byte;
     }
-    std::vector<std::unique_ptr<Semaphore>> open;
+    std::deque<std::unique_ptr<Semaphore>> open;
     for (const std::string& name : names) {
         open.push_back(std::make_unique<Semaphore>(OwnName(name), open.size() + 1));
     }
@@ -157,7 +158,7 @@ TEST_F(NamedSemaphore, TellsWhatIsNoSemaphore)
     }
     // The same, held, but cut or with one byte wrong: magic, version, kind, length and text of the
     // name, size of the data.
-    for (const std::size_t at : {0, 4, 8, 13, 16, 543, 4095}) {
+    for (const unsigned at : {0u, 4u, 8u, 13u, 16u, 543u, 4095u}) {
         std::string changed = whole.substr(0, at < 4095 ? 4096 : 4095);
         changed[at % 4095] ^= 7;
         std::ofstream(file, std::ios::binary) << changed;

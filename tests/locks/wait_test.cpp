@@ -17,7 +17,6 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "locks/wait_record.h"
 #include "platform/error.h"
@@ -205,7 +204,7 @@ TEST(Wait, ExcludesAndOrders)
         }
         void* const object = kind.Make();
         long counter = 0;
-        std::vector<std::jthread> threads;
+        std::deque<std::jthread> threads;
         for (int thread = 0; thread < 4; ++thread) {
             threads.emplace_back([&] {
                 for (int round = 0; round < 10000; ++round) {
