@@ -113,6 +113,7 @@ private:
     DWORD Enter();
     DWORD Try();
     DWORD Wait();
+    void Settle(DWORD error);
     // Out of the list, and what it alone covered is unlocked.
     DWORD Leave(List::iterator range);
 
@@ -201,11 +202,18 @@ DWORD FileLocking::Try()
 DWORD FileLocking::Wait()
 {
     const Descriptor own = fcntl(m_place, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    m_place = own >= 0 ? own : m_place;
     const DWORD error =
-        own < 0 ? ErrorFromErrno(errno) : qv::platform::Lock(own, F_OFD_SETLKW, m_range);
+        own >= 0 ? qv::platform::Lock(own, F_OFD_SETLKW, m_range) : ErrorFromErrno(errno);
+    Settle(error);
     if (own >= 0) {
         CloseDescriptor(own);
     }
+    return error;
+}
+
+void FileLocking::Settle(DWORD error)
+{
     const SectionHold locked(g_sections.Of(m_file));
     List& ranges = m_record->m_ranges;
     const auto waiting = std::find_if(ranges.begin(), ranges.end(), [&](const LockedRange& range) {
@@ -216,7 +224,6 @@ DWORD FileLocking::Wait()
     } else {
         Leave(waiting);
     }
-    return error;
 }
 
 DWORD FileLocking::Leave(List::iterator range)

@@ -16,6 +16,7 @@
 #include <functional>
 #include <string>
 
+#include "frame/facts.h"
 #include "support/alloc_faults.h"
 #include "support/child_process.h"
 #include "support/own_folder.h"
@@ -252,6 +253,22 @@ TEST_F(FileFaults, WithoutADescriptorLeftNothingIsMade)
         return close(15) == 0 && Do(0) == S_OK && Do(4) == S_OK;
     });
     EXPECT_TRUE(child.Succeeded());
+}
+
+TEST_F(FileFaults, OutsideTheFamilyThereAreNoSizesAndOneKindOfLock)
+{
+    qv::core::s_isNT = 0;
+    QVHandle a = QV_HANDLE_NONE, b = QV_HANDLE_NONE;
+    uint64_t size = 7;
+    QVFileOpen(m_file.c_str(), kBoth, 0, &a);
+    QVFileOpen(m_file.c_str(), kBoth, 0, &b);
+    EXPECT_EQ(QVFileGetSize(a, &size), E_NOTIMPL);
+    EXPECT_EQ(QVFileLock(a, 0, 1, QV_LOCK_SHARED), S_OK);
+    EXPECT_EQ(QVFileLock(b, 0, 1, QV_LOCK_SHARED | QV_LOCK_WAIT), E_FAIL);
+    EXPECT_EQ(QVFileUnlock(a, 0, 1), S_OK);
+    QVFileClose(a);
+    QVFileClose(b);
+    qv::core::s_isNT = 1;
 }
 
 // As the anonymous user, whom rights bind.
