@@ -4,7 +4,8 @@
 #include <qvcore6/result.h>
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -269,6 +270,34 @@ TEST_F(FileFaults, OutsideTheFamilyThereAreNoSizesAndOneKindOfLock)
     QVFileClose(a);
     QVFileClose(b);
     qv::core::s_isNT = 1;
+}
+
+TEST_F(FileFaults, AFullDiskEndsACopyInGoodOrder)
+{
+    Child child([&] {
+        const std::string disk = m_folder.Bytes("disk");
+        const bool isMade =
+            mkdir(disk.c_str(), 0755) == 0 &&
+            (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+            mount("none", disk.c_str(), "tmpfs", 0, "size=16k") == 0;
+        if (!isMade) {
+            _exit(2);
+        }
+        QVHandle handle = QV_HANDLE_NONE;
+        const std::ptrdiff_t descriptors = CountDescriptors();
+        const QVRESULT copied = QVFileCopy(m_file.c_str(), m_folder.Text(u"disk/copy").c_str(),
+                                           QV_FILE_CREATE, 0644, &handle);
+        QVFileOpen(m_folder.Text(u"disk/copy").c_str(), kBoth | QV_FILE_APPEND, 0, &handle);
+        uint32_t written = 7;
+        return copied == E_FAIL && QVFileWrite(handle, "x", 1, &written) == E_FAIL &&
+               written == 0 && QVFileClose(handle) == S_OK && CountDescriptors() == descriptors;
+    });
+    const int status = child.Status();
+    if (status == 2) {
+        GTEST_SKIP() << "no right to a file system of its own";
+    }
+    EXPECT_EQ(status, 0);
 }
 
 // As the anonymous user, whom rights bind.

@@ -39,12 +39,14 @@ public:
         }
     }
     // Waits for its end.
-    bool Succeeded()
+    bool Succeeded() { return Status() == 0; }
+    // The same: its exit code, or -1 if a signal has ended it.
+    int Status()
     {
         int status = -1;
         waitpid(m_id, &status, 0);
         m_id = 0;
-        return status == 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
 private:
