@@ -47,7 +47,7 @@ bool HasRecord(const std::atomic<DescriptorRecord*>* slot)
 // For changes: with the chunk made.
 std::atomic<DescriptorRecord*>* MakeSlot(Descriptor descriptor)
 {
-    const std::uint32_t number = static_cast<std::uint32_t>(descriptor) / kSlots;
+    const std::size_t number = static_cast<std::uint32_t>(descriptor) / kSlots;
     if (g_chunks[number].load(std::memory_order_relaxed) == nullptr) {
         auto* const chunk = new (std::nothrow) Chunk{};
         g_chunks[number].store(chunk, std::memory_order_release);

@@ -67,8 +67,8 @@ protected:
             Unit* const text = Place<Unit>(m_first, length + 1, place);
             std::generate_n(text, length, [this] {
                 const auto number = m_random(); // often a unit beside the letters
-                return static_cast<Unit>(number % 4 == 0 ? "@AZ[`az{"[number / 4 % 8]
-                                                         : 1 + number / 4 % 0x7F);
+                return number % 4 == 0 ? static_cast<Unit>("@AZ[`az{"[number / 4 % 8])
+                                       : static_cast<Unit>(1 + number / 4 % 0x7F);
             });
             if (m_random() % 2 == 0) {
                 text[m_random() % (length + 1)] = static_cast<Unit>(highs[m_random() % 6]);
