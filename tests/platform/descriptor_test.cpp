@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <list>
 #include <thread>
-#include <vector>
 
 #include "platform/descriptor_handle.h"
 #include "platform/error.h"
@@ -92,7 +92,7 @@ TEST(Descriptor, AUserKeepsTheRecordThatAnotherThreadCloses)
     std::atomic<int> current{-1};
     std::atomic<bool> isOver{false};
     std::atomic<long> uses{0};
-    std::vector<std::jthread> users;
+    std::list<std::jthread> users;
     for (int i = 0; i < 3; ++i) {
         users.emplace_back([&] {
             while (!isOver) {
