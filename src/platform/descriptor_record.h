@@ -68,7 +68,9 @@ public:
             static_cast<DescriptorRecord*>(record)->Hold();
         }
     }
-    template <class Derived> RecordHold(RecordHold<Derived>&& other) noexcept
+    // Without a word, like any pointer to a base.
+    template <class Derived>
+    RecordHold(RecordHold<Derived>&& other) noexcept // NOLINT(google-explicit-constructor)
         : m_record(other.Release())
     {}
     RecordHold(RecordHold&& other) noexcept : m_record(other.Release()) {}
