@@ -11,6 +11,7 @@
 #include <qvcore6/component.h>
 #include <qvcore6/condition.h>
 #include <qvcore6/diagnostics.h>
+#include <qvcore6/directory.h>
 #include <qvcore6/event.h>
 #include <qvcore6/file.h>
 #include <qvcore6/gate.h>

@@ -161,6 +161,12 @@ std::size_t PathToBytes(std::u16string_view text, char* bytes, std::size_t size)
 std::size_t PathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size)
 {
     std::size_t length = 0;
+    // Most names have nothing else.
+    while (length < std::min(bytes.size(), size) && static_cast<signed char>(bytes[length]) >= 0) {
+        text[length] = static_cast<WCHAR>(bytes[length]);
+        ++length;
+    }
+    bytes.remove_prefix(length);
     while (!bytes.empty()) {
         const Units next = TakeUnits(bytes);
         if (next.length > size - length) {
