@@ -13,12 +13,12 @@ namespace
 
 using namespace platform;
 
-constexpr std::int64_t kStepsInSecond = 10'000'000;
+constexpr std::uint64_t kStepsInSecond = 10'000'000;
 constexpr std::int64_t kSecondsInDay = 86'400;
 
 FILETIME TimeAt(std::int64_t second)
 {
-    const auto steps = static_cast<std::uint64_t>(second * kStepsInSecond);
+    const std::uint64_t steps = static_cast<std::uint64_t>(second) * kStepsInSecond;
     return {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32)};
 }
 
@@ -64,7 +64,7 @@ std::int32_t PosixTimes::Of(const FILETIME& time)
     if (steps >> 63 != 0) {
         return PosixTimeOf(time);
     }
-    const auto second = static_cast<std::int64_t>(steps) / kStepsInSecond;
+    const auto second = static_cast<std::int64_t>(steps / kStepsInSecond);
     const std::int64_t number = second / kSecondsInDay;
     Day& day = m_days[static_cast<std::size_t>(number) % kDays];
     if (day.number != number) {

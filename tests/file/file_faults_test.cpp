@@ -107,17 +107,15 @@ namespace
 
 constexpr uint32_t kBoth = QV_FILE_READ | QV_FILE_WRITE;
 
-class FileFaults : public testing::Test
+// Everything that opens a file.
+class Work
 {
-protected:
-    FileFaults()
-    {
-        setenv("TMPDIR", m_folder.Bytes().c_str(), 1);
-        std::ofstream(m_folder.Bytes("file")) << std::string(20000, 'x');
-    }
-    ~FileFaults() override { unsetenv("TMPDIR"); }
+public:
+    Work(std::u16string file, std::u16string made)
+        : m_file(std::move(file)), m_made(std::move(made))
+    {}
 
-    // Everything that opens a file. Gives the result, with all closed again.
+    // Gives the result, with all closed again.
     QVRESULT Do(int what)
     {
         const QVWChar* const file = m_file.c_str();
@@ -159,9 +157,24 @@ protected:
     }
     static constexpr int kKinds = 8;
 
+private:
+    std::u16string m_file;
+    std::u16string m_made;
+};
+
+class FileFaults : public testing::Test
+{
+protected:
+    FileFaults()
+    {
+        setenv("TMPDIR", m_folder.Bytes().c_str(), 1);
+        std::ofstream(m_folder.Bytes("file")) << std::string(20000, 'x');
+    }
+    ~FileFaults() override { unsetenv("TMPDIR"); }
+
     OwnFolder m_folder;
     std::u16string m_file = m_folder.Text(u"file");
-    std::u16string m_made = m_folder.Text(u"made");
+    Work m_work{m_file, m_folder.Text(u"made")};
 };
 
 TEST_F(FileFaults, EachSystemCallMayFail)
@@ -172,7 +185,7 @@ TEST_F(FileFaults, EachSystemCallMayFail)
         QVRESULT result;
     } rows[] = {{EACCES, E_ACCESSDENIED}, {EMFILE, E_FAIL}, {ENOMEM, E_OUTOFMEMORY}, {EIO, E_FAIL},
                 {ENOSPC, E_FAIL},         {EINTR, S_OK}};
-    for (int what = 0; what < kKinds; ++what) {
+    for (int what = 0; what < Work::kKinds; ++what) {
         for (const auto& row : rows) {
             const std::ptrdiff_t descriptors = CountDescriptors();
             bool failed = true;
@@ -181,7 +194,7 @@ TEST_F(FileFaults, EachSystemCallMayFail)
                 g_errno = row.error;
                 g_failAt = n;
                 errno = 77;
-                const QVRESULT result = Do(what);
+                const QVRESULT result = m_work.Do(what);
                 EXPECT_EQ(errno, 77);
                 failed = g_calls >= n;
                 g_failAt = 0;
@@ -201,14 +214,14 @@ TEST_F(FileFaults, EachSystemCallMayFail)
 
 TEST_F(FileFaults, EachAllocationMayFail)
 {
-    for (int what = 0; what < kKinds; ++what) {
+    for (int what = 0; what < Work::kKinds; ++what) {
         const std::ptrdiff_t descriptors = CountDescriptors();
         QVRESULT result = S_OK;
         long live = 0;
         SweepAllocations(
             [&] {
                 live = LiveBlocks();
-                result = Do(what);
+                result = m_work.Do(what);
             },
             [&](long, bool failed) {
                 EXPECT_EQ(result < 0, failed) << what;
@@ -226,13 +239,13 @@ TEST_F(FileFaults, EachAllocationMayFail)
 
 TEST_F(FileFaults, TenThousandCyclesLeaveNothing)
 {
-    for (int what = 0; what < kKinds; ++what) {
-        Do(what);
+    for (int what = 0; what < Work::kKinds; ++what) {
+        m_work.Do(what);
     }
     const std::ptrdiff_t descriptors = CountDescriptors();
     const long live = LiveBlocks();
     for (int round = 0; round < 10000; ++round) {
-        EXPECT_GE(Do(round % kKinds), 0);
+        EXPECT_GE(m_work.Do(round % Work::kKinds), 0);
     }
     EXPECT_EQ(CountDescriptors(), descriptors);
     EXPECT_EQ(LiveBlocks(), live);
@@ -240,18 +253,18 @@ TEST_F(FileFaults, TenThousandCyclesLeaveNothing)
 
 TEST_F(FileFaults, WithoutADescriptorLeftNothingIsMade)
 {
-    Child child([&] {
+    Child child([&, &m_work = m_work] {
         const rlimit limit = {16, 16};
         setrlimit(RLIMIT_NOFILE, &limit);
         const std::string made = m_folder.Bytes("made");
         while (dup(0) >= 0) {
         }
-        for (int what = 0; what < kKinds; ++what) {
-            if (Do(what) >= 0 || access(made.c_str(), F_OK) == 0) {
+        for (int what = 0; what < Work::kKinds; ++what) {
+            if (m_work.Do(what) >= 0 || access(made.c_str(), F_OK) == 0) {
                 return false;
             }
         }
-        return close(15) == 0 && Do(0) == S_OK && Do(4) == S_OK;
+        return close(15) == 0 && m_work.Do(0) == S_OK && m_work.Do(4) == S_OK;
     });
     EXPECT_TRUE(child.Succeeded());
 }
@@ -308,7 +321,7 @@ TEST_F(FileFaults, AFolderThatMayNotBeWrittenRefuses)
         if (getuid() == 0 && setuid(65534) != 0) {
             return false;
         }
-        return Do(0) == S_OK && Do(1) == E_ACCESSDENIED && Do(4) < 0 &&
+        return m_work.Do(0) == S_OK && m_work.Do(1) == E_ACCESSDENIED && m_work.Do(4) < 0 &&
                QVFileDelete(m_folder.Text(u"file").c_str()) == E_ACCESSDENIED;
     });
     EXPECT_TRUE(child.Succeeded());
