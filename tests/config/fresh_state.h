@@ -10,19 +10,16 @@
 namespace qv::test
 {
 
-// In memory where there is a folder for that: a commit on disk waits for the disk.
+// In memory: a commit on disk waits for the disk.
 class FreshState
 {
 public:
     FreshState()
     {
-        namespace fs = std::filesystem;
-        m_path = fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::current_path();
-        m_path += "/qvcore6-test-XXXXXX";
-        if (mkdtemp(m_path.data()) == nullptr) {
+        // Some tests go on as another user.
+        if (mkdtemp(m_path.data()) == nullptr || chmod(m_path.c_str(), 0755) != 0) {
             abort();
         }
-        chmod(m_path.c_str(), 0755); // some tests go on as another user
         setenv("QVCORE6_STATE_DIR", m_path.c_str(), 1);
     }
     ~FreshState()
@@ -36,7 +33,7 @@ public:
     const std::string& Path() const { return m_path; }
 
 private:
-    std::string m_path;
+    std::string m_path = "/dev/shm/qvcore6-test-XXXXXX";
 };
 
 } // namespace qv::test
