@@ -66,7 +66,7 @@ Descriptor Place(FileRecord& record, Descriptor file, bool isShared)
     return record.m_lockFile;
 }
 
-// Unlocks what no other range of the handle covers.
+// Unlocks what no other range that the handle holds covers.
 DWORD UnlockRest(Descriptor place, const LockedRange& range, const List& others)
 {
     std::uint64_t begin = range.begin;
@@ -76,6 +76,9 @@ DWORD UnlockRest(Descriptor place, const LockedRange& range, const List& others)
         std::uint64_t next = range.end;
         std::uint64_t covered = begin;
         for (const LockedRange& other : others) {
+            if (!other.isHeld) {
+                continue;
+            }
             if (other.begin <= begin) {
                 covered = std::max(covered, other.end);
             } else {
@@ -104,6 +107,14 @@ public:
     FileLocking(Descriptor file, std::uint64_t begin, std::uint64_t length)
         : m_file(file), m_range{begin, begin + length, false, true}
     {}
+    ~FileLocking()
+    {
+        if (m_duplicate >= 0) {
+            CloseDescriptor(m_duplicate);
+        }
+    }
+    FileLocking(const FileLocking&) = delete;
+    FileLocking& operator=(const FileLocking&) = delete;
 
     DWORD Lock(bool isShared, bool waits);
     DWORD Unlock();
@@ -112,8 +123,9 @@ private:
     DWORD Find();
     DWORD Enter();
     DWORD Try();
+    DWORD BeginWait();
     DWORD Wait();
-    void Settle(DWORD error);
+    DWORD Take();
     // Out of the list, and what it alone covered is unlocked.
     DWORD Leave(List::iterator range);
 
@@ -121,15 +133,20 @@ private:
     LockedRange m_range;
     RecordHold<FileRecord> m_record;
     Descriptor m_place = -1;
+    Descriptor m_duplicate = -1; // of the place, to wait by
 };
 
 // The record, made at the first lock. One that was left behind by a close that the layer has not
-// seen would do harm by its ranges alone.
+// seen would do harm by its ranges, and by the file that it locks in place of the descriptor's.
 DWORD FileLocking::Find()
 {
     m_record = FindRecordOf<FileRecord>(m_file);
-    if (m_record && (m_record->m_ranges.empty() || m_record->IsOf(m_file))) {
+    if (m_record &&
+        ((m_record->m_ranges.empty() && m_record->m_lockFile < 0) || m_record->IsOf(m_file))) {
         return ERROR_SUCCESS;
+    }
+    if (!m_record && FindRecord(m_file)) {
+        return ERROR_INVALID_HANDLE; // of something that is no file
     }
     struct stat status = {};
     if (fstat(m_file, &status) != 0) {
@@ -146,8 +163,11 @@ DWORD FileLocking::Lock(bool isShared, bool waits)
 {
     m_range.isShared = isShared;
     m_range.isHeld = !waits;
-    const DWORD error = Enter();
-    return waits && error == ERROR_IO_PENDING ? Wait() : error;
+    DWORD error = Enter();
+    while (error == ERROR_IO_PENDING) {
+        error = Wait();
+    }
+    return error;
 }
 
 DWORD FileLocking::Enter()
@@ -190,40 +210,55 @@ DWORD FileLocking::Try()
     if (error == ERROR_SUCCESS) {
         ranges.back().isHeld = true;
     } else if (error == ERROR_LOCK_VIOLATION && !m_range.isHeld) {
-        return ERROR_IO_PENDING; // stays in the list, so that no other request of the handle meets
-                                 // it
+        return BeginWait();
     } else {
         ranges.pop_back();
     }
     return error;
 }
 
-// By a duplicate: should the handle be closed meanwhile, its number may become another file's.
-DWORD FileLocking::Wait()
+// The range stays in the list, so that no other request of the handle meets it.
+DWORD FileLocking::BeginWait()
 {
-    const Descriptor own = fcntl(m_place, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    m_place = own >= 0 ? own : m_place;
-    const DWORD error =
-        own >= 0 ? qv::platform::Lock(own, F_OFD_SETLKW, m_range) : ErrorFromErrno(errno);
-    Settle(error);
-    if (own >= 0) {
-        CloseDescriptor(own);
+    m_duplicate = fcntl(m_place, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (m_duplicate < 0) {
+        const DWORD error = ErrorFromErrno(errno);
+        m_record->m_ranges.pop_back();
+        return error;
     }
-    return error;
+    // Should the handle be closed meanwhile, its number may become another file's.
+    m_place = m_duplicate;
+    return ERROR_IO_PENDING;
 }
 
-void FileLocking::Settle(DWORD error)
+DWORD FileLocking::Wait()
 {
+    DWORD error = qv::platform::Lock(m_place, F_OFD_SETLKW, m_range);
     const SectionHold locked(g_sections.Of(m_file));
+    if (error == ERROR_SUCCESS) {
+        error = m_record->m_isClosed ? ERROR_INVALID_HANDLE : Take();
+    }
     List& ranges = m_record->m_ranges;
     const auto waiting = std::find_if(ranges.begin(), ranges.end(), [&](const LockedRange& range) {
         return IsSame(range, m_range) && !range.isHeld && range.isShared == m_range.isShared;
     });
     if (error == ERROR_SUCCESS) {
         waiting->isHeld = true;
-    } else {
+    } else if (error != ERROR_IO_PENDING) {
         Leave(waiting);
     }
+    return error;
+}
+
+// Once more: before the list knew of the range, an unlock may have taken a part of it away.
+DWORD FileLocking::Take()
+{
+    const DWORD error = qv::platform::Lock(m_place, F_OFD_SETLK, m_range);
+    if (error != ERROR_LOCK_VIOLATION) {
+        return error;
+    }
+    UnlockRest(m_place, m_range, m_record->m_ranges); // no wait with a part in hand
+    return ERROR_IO_PENDING;
 }
 
 DWORD FileLocking::Leave(List::iterator range)
@@ -308,6 +343,19 @@ BOOL UnlockFile(Descriptor file, DWORD offsetLow, DWORD offsetHigh, DWORD length
 {
     return Do(file, Joined(offsetLow, offsetHigh), Joined(lengthLow, lengthHigh),
               [](FileLocking& locking) { return locking.Unlock(); });
+}
+
+void DropRanges(FileRecord& record, Descriptor file)
+{
+    const KeepErrno keep;
+    const SectionHold locked(g_sections.Of(file));
+    record.m_isClosed = true;
+    for (const LockedRange& range : record.m_ranges) {
+        if (range.isHeld && record.IsOwn()) {
+            Call(Place(record, file, range.isShared), F_OFD_SETLK, F_UNLCK, range.begin, range.end);
+        }
+    }
+    std::erase_if(record.m_ranges, [](const LockedRange& range) { return range.isHeld; });
 }
 
 void HoldFileLocks()

@@ -24,7 +24,8 @@ inline constexpr DWORD LOCKFILE_EXCLUSIVE_LOCK = 2;
 extern "C"
 {
     // Errors: 33 if another handle, or this one, has locked a part of the range; 5 if the file may
-    // not be written, or read; 6; 14. A range of no bytes locks nothing.
+    // not be written, or read; 6, also for a handle that is closed while the call waits; 14. A
+    // range of no bytes locks nothing.
     BOOL LockFileEx(Descriptor file, DWORD flags, DWORD reserved, DWORD lengthLow, DWORD lengthHigh,
                     const OVERLAPPED* offset);
     // Error 158 unless this handle has locked just that range.
@@ -36,6 +37,12 @@ extern "C"
     BOOL UnlockFile(Descriptor file, DWORD offsetLow, DWORD offsetHigh, DWORD lengthLow,
                     DWORD lengthHigh);
 }
+
+class FileRecord;
+
+// The handle is being closed. A forked child that has the same open file, if only until it executes
+// a program, keeps none of its ranges.
+void DropRanges(FileRecord& record, Descriptor file);
 
 // Around a fork: no list of ranges is half changed in the child.
 void HoldFileLocks();

@@ -10,6 +10,7 @@
 
 #include "platform/descriptor_handle.h"
 #include "platform/error.h"
+#include "platform/file_locks.h"
 
 namespace qv::platform
 {
@@ -51,13 +52,13 @@ DWORD FileRecord::RememberName(Descriptor descriptor)
     } catch (const std::bad_alloc&) {
         return ERROR_OUTOFMEMORY;
     }
-    m_opener = getpid();
     return ERROR_SUCCESS;
 }
 
 DWORD FileRecord::Close(Descriptor descriptor)
 {
     RemoveName();
+    DropRanges(*this, descriptor);
     return CloseDescriptor(descriptor);
 }
 
@@ -66,7 +67,7 @@ void FileRecord::RemoveName()
 {
     const KeepErrno keep;
     struct stat file = {};
-    if (!m_name.empty() && m_opener == getpid() && lstat(m_name.c_str(), &file) == 0 &&
+    if (!m_name.empty() && IsOwn() && lstat(m_name.c_str(), &file) == 0 &&
         file.st_dev == m_device && file.st_ino == m_inode) {
         unlink(m_name.c_str());
     }

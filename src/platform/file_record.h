@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -28,8 +29,11 @@ public:
     static constexpr DescriptorKind kKind = DescriptorKind::File;
 
     explicit FileRecord(const struct stat& file)
-        : DescriptorRecord(kKind), m_device(file.st_dev), m_inode(file.st_ino)
+        : DescriptorRecord(kKind), m_device(file.st_dev), m_inode(file.st_ino), m_maker(getpid())
     {}
+
+    // Not in a forked child, which has a copy.
+    bool IsOwn() const { return m_maker == getpid(); }
 
     // Whether the descriptor is still the one that the record was made for, as far as can be seen.
     bool IsOf(Descriptor descriptor) const;
@@ -46,6 +50,7 @@ public:
 
     // Under the section of file_locks.cpp.
     std::vector<LockedRange> m_ranges;
+    bool m_isClosed = false;
     // The same file with both rights, for locks that the descriptor's own do not allow.
     Descriptor m_lockFile = -1;
 
@@ -55,8 +60,8 @@ private:
 
     dev_t m_device;
     ino_t m_inode;
-    int m_flags = -1; // not asked for yet
-    pid_t m_opener = 0;
+    pid_t m_maker;
+    int m_flags = -1;   // not asked for yet
     std::string m_name; // empty: it stays
 };
 

@@ -234,6 +234,7 @@ TEST_F(File, AFullLimitIsAFailure)
             const rlimit limit = {8, 8};
             setrlimit(RLIMIT_FSIZE, &limit);
             setenv("QV_TEST_LIMITED", "1", 1);
+            dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); // which may be a file
             execl("/proc/self/exe", "file_test", "--gtest_filter=File.AFullLimitIsAFailure",
                   nullptr);
             return false;

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "file/file_fixture.h"
+#include "support/sleepers.h"
 
 using namespace qv::test;
 
@@ -233,8 +234,9 @@ TEST_F(File, LocksHoldBetweenHandles)
     }
     Try(u"file", kBoth); // another handle of the file goes, and takes no lock along
     EXPECT_EQ(QVFileLock(a, 15, 1, 0), kTaken);
+    Child copy([] { return pause() == 0; });
     EXPECT_EQ(QVFileClose(b), S_OK);
-    EXPECT_EQ(QVFileLock(a, 15, 1, 0), S_OK);
+    EXPECT_EQ(QVFileLock(a, 15, 1, 0), S_OK) << "though a child has the same open file";
     EXPECT_EQ(QVFileClose(a), S_OK);
     EXPECT_EQ(QVFileLock(a, 15, 1, 0), E_HANDLE);
     EXPECT_EQ(QVFileUnlock(a, 15, 1), E_HANDLE);
@@ -252,22 +254,28 @@ TEST_F(File, AWaitForALockEndsWithIt)
         Open(u"file", kBoth), holder = m_handle;
         Open(u"file", kBoth);
         ASSERT_EQ(QVFileLock(holder, 0, 1, 0), S_OK);
-        std::atomic<bool> isOver{false};
-        std::thread waiter([&] {
-            EXPECT_EQ(QVFileLock(m_handle, 0, 1, QV_LOCK_WAIT), S_OK);
-            isOver = true;
+        ASSERT_EQ(QVFileLock(m_handle, 1, 9, QV_LOCK_SHARED), S_OK);
+        std::atomic<pthread_t> thread{};
+        Sleeper waiter([&] {
+            thread = pthread_self();
+            EXPECT_EQ(QVFileLock(m_handle, 0, 5, QV_LOCK_SHARED | QV_LOCK_WAIT),
+                      closes ? E_HANDLE : S_OK);
         });
-        for (int i = 0; i < 20; ++i) {
-            pthread_kill(waiter.native_handle(), SIGUSR1);
-            usleep(1000);
+        for (int i = 0; i < 5; ++i) {
+            waiter.AwaitAsleep();
+            ASSERT_FALSE(waiter.IsDone());
+            pthread_kill(thread, SIGUSR1);
         }
-        EXPECT_FALSE(isOver);
         EXPECT_EQ(QVFileLock(m_handle, 0, 1, QV_LOCK_WAIT), E_FAIL) << "not for oneself";
         if (closes) {
             QVFileClose(m_handle);
+        } else {
+            EXPECT_EQ(QVFileUnlock(m_handle, 1, 9), S_OK);
         }
+        EXPECT_EQ(QVFileLock(holder, 2, 1, 0), S_OK) << "what is waited for is not held";
+        EXPECT_EQ(QVFileUnlock(holder, 2, 1), S_OK);
         EXPECT_EQ(QVFileUnlock(holder, 0, 1), S_OK);
-        waiter.join();
+        waiter.AwaitDone();
         EXPECT_EQ(QVFileLock(holder, 0, 1, 0), closes ? S_OK : E_FAIL);
         QVFileClose(holder);
         if (!closes) {
