@@ -1,4 +1,6 @@
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -50,7 +52,11 @@ std::int64_t BaseOf(Descriptor file, DWORD origin)
     }
     struct stat status = {};
     if (origin == FILE_END) {
-        return fstat(file, &status) == 0 ? status.st_size : -1;
+        std::int64_t size = fstat(file, &status) == 0 ? status.st_size : -1;
+        if (size == 0 && S_ISBLK(status.st_mode) && ioctl(file, BLKGETSIZE64, &size) != 0) {
+            return -1;
+        }
+        return size;
     }
     const off_t position = lseek(file, 0, SEEK_CUR);
     return position < 0 && errno == EBADF && fcntl(file, F_GETFL) >= 0 ? 0 : position;

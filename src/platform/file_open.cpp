@@ -94,6 +94,7 @@ private:
     bool m_reads;
     bool m_writes;
     bool m_wasThere = false;
+    bool m_isMade = false; // by this opening, beyond doubt
     NativePath m_path;
     Opened m_file;
 };
@@ -121,7 +122,7 @@ DWORD FileOpening::Open(const WCHAR* path)
         return error;
     }
     const DWORD error = Finish();
-    if (error != ERROR_SUCCESS && !m_wasThere) {
+    if (error != ERROR_SUCCESS && m_isMade) {
         unlink(m_path.Text()); // nobody has asked for a file that cannot be used
     }
     return error;
@@ -129,11 +130,11 @@ DWORD FileOpening::Open(const WCHAR* path)
 
 DWORD FileOpening::Finish()
 {
-    BeginDescriptor(m_file.Get());
     struct stat file = {};
     if (!m_wasThere && !DeletesOnClose()) {
         file.st_mode = S_IFREG; // nothing else is made here
     } else if (IsOnlyRead() && !MayBeFolder()) {
+        BeginDescriptor(m_file.Get());
         return ERROR_SUCCESS;
     } else if (fstat(m_file.Get(), &file) != 0) {
         return ErrorFromErrno(errno);
@@ -141,8 +142,14 @@ DWORD FileOpening::Finish()
     if (const DWORD error = m_wasThere ? CheckExisting(file) : TakeRightsAway()) {
         return error;
     }
+    BeginDescriptor(m_file.Get());
+    if (DeletesOnClose()) {
+        if (const DWORD error = MakeRecord(file)) {
+            return error;
+        }
+    }
     MarkPlain(m_file.Get(), S_ISREG(file.st_mode) && !HasFileLimit());
-    return DeletesOnClose() ? MakeRecord(file) : ERROR_SUCCESS;
+    return ERROR_SUCCESS;
 }
 
 // Asks what can be read at once, which no folder can answer: less than half as dear as asking for
@@ -167,7 +174,8 @@ DWORD FileOpening::OpenOrCreate()
                 return ErrorOfOpen(errno, false);
             }
         }
-        if (Create(O_EXCL)) {
+        m_isMade = Create(O_EXCL);
+        if (m_isMade) {
             return ERROR_SUCCESS;
         }
         if (errno != EEXIST || m_disposition == CREATE_NEW) {
@@ -230,7 +238,7 @@ DWORD FileOpening::MakeRecord(const struct stat& file)
     if (!record) {
         return ERROR_OUTOFMEMORY;
     }
-    if (const DWORD error = record->RememberName(m_file.Get())) {
+    if (const DWORD error = record->RememberName(m_file.Get(), m_path.Text())) {
         return error;
     }
     return PutRecord(m_file.Get(), std::move(record));

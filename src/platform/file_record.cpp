@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 
 #include "platform/descriptor_handle.h"
@@ -38,17 +40,19 @@ int FileRecord::Flags(Descriptor descriptor)
 }
 
 // Not the caller's path: that may lead through links and from a folder that the process leaves.
-DWORD FileRecord::RememberName(Descriptor descriptor)
+DWORD FileRecord::RememberName(Descriptor descriptor, const char* path)
 {
     char link[40];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
     char name[PATH_MAX];
-    const ssize_t length = readlink(link, name, sizeof name);
-    if (length < 0) {
+    const ssize_t length = readlink(link, name, sizeof name - 1);
+    name[std::max<ssize_t>(length, 0)] = '\0';
+    // Where /proc is not to be seen the path is walked.
+    if (length < 0 && realpath(path, name) == nullptr) {
         return ErrorFromErrno(errno);
     }
     try {
-        m_name.assign(name, static_cast<std::size_t>(length));
+        m_name = name;
     } catch (const std::bad_alloc&) {
         return ERROR_OUTOFMEMORY;
     }

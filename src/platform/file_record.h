@@ -42,8 +42,8 @@ public:
     int Flags(Descriptor descriptor);
 
     // Keeps the file's name, to be removed with the handle. Error 14, or why the name cannot be
-    // found out.
-    DWORD RememberName(Descriptor descriptor);
+    // found out. The path is what the file was opened by.
+    DWORD RememberName(Descriptor descriptor, const char* path);
 
     DWORD Close(Descriptor descriptor) override;
     void OnEnd() override { RemoveName(); }

@@ -56,7 +56,9 @@ DWORD MakeFile(const WCHAR* name)
                : errno == ENOENT || errno == ENOTDIR ? ERROR_DIRECTORY
                                                      : ErrorFromErrno(errno);
     }
-    return CloseDescriptor(file);
+    fchmod(file, 0600); // it is about to be opened again, whatever the umask is
+    CloseDescriptor(file);
+    return ERROR_SUCCESS;
 }
 
 DWORD MakeTemporary(std::u16string_view folder, std::u16string_view prefix, WCHAR* name)

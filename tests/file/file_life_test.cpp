@@ -31,6 +31,7 @@ protected:
 TEST_F(Temporary, TheNameGoesWithTheHandleAndTheContentWithTheLast)
 {
     Put("given", "content");
+    const mode_t mask = umask(0222);
     for (const bool isGiven : {true, false}) {
         const std::u16string path = isGiven ? m_folder.Text(u"given") : u"";
         const uint32_t flags = kBoth | QV_FILE_TEMPORARY | (isGiven ? 0 : QV_FILE_EXCLUSIVE);
@@ -48,6 +49,7 @@ TEST_F(Temporary, TheNameGoesWithTheHandleAndTheContentWithTheLast)
         EXPECT_EQ(Read(copy), "replaced");
         QVFileClose(copy);
     }
+    umask(mask);
     // Another file has taken the name.
     QVFileOpen(m_folder.Text(u"given").c_str(), kBoth | QV_FILE_TEMPORARY, 0644, &m_handle);
     unlink(m_folder.Bytes("given").c_str());
