@@ -21,7 +21,7 @@ struct Request
     DWORD access;
     DWORD attributes;
     bool isMadeHere = false; // an empty file that has been made for this handle
-    WCHAR name[MAX_PATH] = {};
+    WCHAR name[MAX_PATH]; // to be filled in
 };
 
 DWORD DispositionOf(uint32_t flags)
@@ -71,7 +71,9 @@ bool TakePath(const QVWChar* path, Request& request)
 QVRESULT QVFileOpen(const QVWChar* path, uint32_t flags, uint32_t mode, QVHandle* handleOut)
 {
     *handleOut = QV_HANDLE_NONE;
-    Request request = {flags & kAccessFlags, FILE_ATTRIBUTE_NORMAL};
+    Request request;
+    request.access = flags & kAccessFlags;
+    request.attributes = FILE_ATTRIBUTE_NORMAL;
     if ((flags & QV_FILE_CREATE) != 0 && (mode & kWriteBits) == 0) {
         request.attributes = FILE_ATTRIBUTE_READONLY;
     }

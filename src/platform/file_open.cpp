@@ -130,12 +130,13 @@ DWORD FileOpening::Open(const WCHAR* path)
 
 DWORD FileOpening::Finish()
 {
+    if (m_wasThere && IsOnlyRead() && !MayBeFolder()) {
+        BeginDescriptor(m_file.Get());
+        return ERROR_SUCCESS;
+    }
     struct stat file = {};
     if (!m_wasThere && !DeletesOnClose()) {
         file.st_mode = S_IFREG; // nothing else is made here
-    } else if (IsOnlyRead() && !MayBeFolder()) {
-        BeginDescriptor(m_file.Get());
-        return ERROR_SUCCESS;
     } else if (fstat(m_file.Get(), &file) != 0) {
         return ErrorFromErrno(errno);
     }

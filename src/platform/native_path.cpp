@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <iterator>
 
 #include "platform/path_text.h"
 
@@ -28,23 +27,30 @@ DWORD NativePath::Convert(std::u16string_view path)
     if (path.size() >= sizeof m_text) {
         return ERROR_FILENAME_EXCED_RANGE;
     }
-    // ASCII, which most paths are all of, means the same in both.
-    const auto beyond =
-        std::find_if(path.begin(), path.end(), [](WCHAR unit) { return unit > 0x7F; });
-    char* const rest = std::transform(path.begin(), beyond, m_text,
-                                      [](WCHAR unit) { return static_cast<char>(unit); });
-    path.remove_prefix(static_cast<std::size_t>(rest - m_text));
-    const auto room = static_cast<std::size_t>(std::end(m_text) - 1 - rest);
+    // ASCII, which most paths are all of, means the same in both. In one pass: every opening of a
+    // file comes through here.
+    std::size_t plain = 0;
+    for (; plain < path.size() && path[plain] != 0 && path[plain] <= 0x7F; ++plain) {
+        m_text[plain] = path[plain] == u'\\' ? '/' : static_cast<char>(path[plain]);
+    }
+    m_length = plain;
+    path.remove_prefix(plain);
+    return path.empty() ? ERROR_SUCCESS : Append(path);
+}
+
+DWORD NativePath::Append(std::u16string_view path)
+{
+    char* const rest = m_text + m_length;
+    const std::size_t room = sizeof m_text - 1 - m_length;
     const std::size_t added = PathToBytes(path, rest, room);
     if (added > room) {
         return ERROR_FILENAME_EXCED_RANGE;
     }
-    char* const end = rest + added;
-    if (std::find(m_text, end, '\0') != end || !IsPathOf(path, {rest, added})) {
+    if (std::find(rest, rest + added, '\0') != rest + added || !IsPathOf(path, {rest, added})) {
         return ERROR_INVALID_NAME;
     }
-    std::replace(m_text, end, '\\', '/');
-    m_length = static_cast<std::size_t>(end - m_text);
+    std::replace(rest, rest + added, '\\', '/');
+    m_length += added;
     return ERROR_SUCCESS;
 }
 

@@ -28,6 +28,7 @@ public:
 
 private:
     DWORD Convert(std::u16string_view path);
+    DWORD Append(std::u16string_view path);
 
     std::size_t m_length = 0;
     char m_text[PATH_MAX];

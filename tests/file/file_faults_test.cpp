@@ -45,6 +45,7 @@ bool Fails(bool mayBeInterrupted = false)
 extern "C"
 {
     int __real_open(const char* path, int flags, ...);
+    decltype(close) __real_close;
     decltype(fstat) __real_fstat;
     decltype(read) __real_read;
     decltype(ftruncate) __real_ftruncate;
@@ -60,6 +61,11 @@ extern "C"
         const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
         va_end(arguments);
         return Fails(true) ? -1 : __real_open(path, flags, mode);
+    }
+    int __wrap_close(int file)
+    {
+        const int result = __real_close(file);
+        return Fails(true) ? -1 : result;
     }
     int __wrap_fstat(int file, struct stat* status)
     {
