@@ -18,7 +18,7 @@
  * Guaranteed: a signal that comes while a call waits does not end it, and a write to a pipe that
  * nobody reads is a failure and no signal. No descriptor that is opened here reaches a program that
  * the process executes, or is one of the three standard numbers. No function is a cancellation
- * point but QVFileRead, and QVFileLock while it waits is none either.
+ * point but QVFileRead, and QVFileCopy while it reads; a wait for a lock is none.
  *
  * Any thread may call any function. Threads that use one handle share its position. Opening a FIFO
  * waits for its other end.

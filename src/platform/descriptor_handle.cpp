@@ -1,6 +1,7 @@
 #include "platform/descriptor_handle.h"
 
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,9 +32,9 @@ BOOL CloseHandle(Descriptor descriptor)
 DWORD CloseDescriptor(Descriptor descriptor)
 {
     const KeepErrno keep;
-    const NoCancellation noCancellation;
-    // Never again after a signal: the number may be another file's by then.
-    const bool isClosed = close(descriptor) == 0 || errno == EINTR;
+    // By the bare call, as the C library's is a point where the thread can be cancelled. Never
+    // again after a signal: the number may be another file's by then.
+    const bool isClosed = syscall(SYS_close, descriptor) == 0 || errno == EINTR;
     return isClosed ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 

@@ -9,6 +9,7 @@
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -45,7 +46,6 @@ bool Fails(bool mayBeInterrupted = false)
 extern "C"
 {
     int __real_open(const char* path, int flags, ...);
-    decltype(close) __real_close;
     decltype(fstat) __real_fstat;
     decltype(read) __real_read;
     decltype(ftruncate) __real_ftruncate;
@@ -61,11 +61,6 @@ extern "C"
         const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
         va_end(arguments);
         return Fails(true) ? -1 : __real_open(path, flags, mode);
-    }
-    int __wrap_close(int file)
-    {
-        const int result = __real_close(file);
-        return Fails(true) ? -1 : result;
     }
     int __wrap_fstat(int file, struct stat* status)
     {
@@ -104,7 +99,10 @@ extern "C"
             argument = va_arg(arguments, long);
         }
         va_end(arguments);
-        return Fails(true) ? -1 : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+        // A descriptor is gone also when its close fails.
+        const bool fails = number != SYS_close && Fails(true);
+        const long result = fails ? -1 : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+        return number == SYS_close && Fails(true) ? -1 : result;
     }
 }
 

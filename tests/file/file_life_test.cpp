@@ -21,6 +21,35 @@ using namespace qv::test;
 namespace
 {
 
+// Only reads may end there, and leave nothing open.
+TEST_F(File, ACancelledThreadEndsWhatItBegan)
+{
+    Put("file", "content");
+    const auto path = m_folder.Text(u"file");
+    const auto cancelled = [](auto work) {
+        pthread_t thread;
+        pthread_create(
+            &thread, nullptr,
+            [](void* argument) -> void* {
+                pthread_cancel(pthread_self());
+                (*static_cast<decltype(work)*>(argument))();
+                return nullptr;
+            },
+            &work);
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        return result == PTHREAD_CANCELED;
+    };
+    EXPECT_FALSE(cancelled([&] {
+        EXPECT_EQ(QVFileOpen(nullptr, kBoth | QV_FILE_TEMPORARY, 0, &m_handle), S_OK);
+        EXPECT_EQ(Write(m_handle, "text"), S_OK);
+        EXPECT_EQ(QVFileFlush(m_handle), S_OK);
+        EXPECT_EQ(QVFileLock(m_handle, 0, 1, QV_LOCK_WAIT), S_OK);
+        EXPECT_EQ(QVFileClose(m_handle), S_OK);
+    }));
+    EXPECT_TRUE(cancelled([&] { QVFileCopy(path.c_str(), u"/dev/null", 0, 0, nullptr); }));
+}
+
 class Temporary : public File
 {
 protected:
