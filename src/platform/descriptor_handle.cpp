@@ -10,6 +10,8 @@
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
 
+// By the bare calls: the C library's would be points where the thread can be cancelled.
+
 namespace qv::platform
 {
 
@@ -32,8 +34,7 @@ BOOL CloseHandle(Descriptor descriptor)
 DWORD CloseDescriptor(Descriptor descriptor)
 {
     const KeepErrno keep;
-    // By the bare call, as the C library's is a point where the thread can be cancelled. Never
-    // again after a signal: the number may be another file's by then.
+    // Never again after a signal: the number may be another file's by then.
     const bool isClosed = syscall(SYS_close, descriptor) == 0 || errno == EINTR;
     return isClosed ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
@@ -54,7 +55,8 @@ Descriptor OpenPath(const char* path, int flags, unsigned mode)
 {
     Descriptor file;
     do {
-        file = open(path, flags | O_CLOEXEC | O_NOCTTY | O_LARGEFILE, mode);
+        flags |= O_CLOEXEC | O_NOCTTY | O_LARGEFILE;
+        file = static_cast<Descriptor>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
     } while (file < 0 && errno == EINTR);
     return AboveStandardNumbers(file);
 }

@@ -11,7 +11,6 @@
 #include "platform/file.h"
 #include "platform/file_record.h"
 #include "platform/native_path.h"
-#include "platform/no_cancellation.h"
 #include "platform/quiet_write.h"
 
 namespace qv::platform
@@ -261,7 +260,6 @@ Descriptor CreateFileW(const WCHAR* path, DWORD access, DWORD /*share*/,
                        DWORD flagsAndAttributes, void* /*templateFile*/)
 {
     const KeepErrno keep;
-    const NoCancellation noCancellation;
     FileOpening opening(access, disposition, flagsAndAttributes);
     if (const DWORD error = opening.Open(path)) {
         SetLastError(error);

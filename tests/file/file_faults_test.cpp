@@ -45,7 +45,6 @@ bool Fails(bool mayBeInterrupted = false)
 
 extern "C"
 {
-    int __real_open(const char* path, int flags, ...);
     decltype(fstat) __real_fstat;
     decltype(read) __real_read;
     decltype(ftruncate) __real_ftruncate;
@@ -54,14 +53,6 @@ extern "C"
     int __real_fcntl(int file, int command, ...);
     long __real_syscall(long number, ...);
 
-    int __wrap_open(const char* path, int flags, ...)
-    {
-        va_list arguments;
-        va_start(arguments, flags);
-        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-        va_end(arguments);
-        return Fails(true) ? -1 : __real_open(path, flags, mode);
-    }
     int __wrap_fstat(int file, struct stat* status)
     {
         return Fails() ? -1 : __real_fstat(file, status);
