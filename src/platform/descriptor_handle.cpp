@@ -24,6 +24,7 @@ BOOL CloseHandle(Descriptor descriptor)
     MarkPlain(descriptor, false);
     const RecordHold<DescriptorRecord> record = TakeRecord(descriptor);
     const DWORD error = record ? record->Close(descriptor) : CloseDescriptor(descriptor);
+    EndDescriptor(descriptor);
     if (error != ERROR_SUCCESS) {
         SetLastError(error);
         return kFalse;

@@ -95,6 +95,19 @@ RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor)
     return taken;
 }
 
+void EndDescriptor(Descriptor descriptor)
+{
+    const RecordHold<DescriptorRecord> found = FindRecord(descriptor);
+    RecordHold<DescriptorRecord> taken;
+    if (found && found->IsLeftBehind(descriptor)) {
+        const SectionHold locked(&g_lock);
+        DescriptorRecord* expected = &*found;
+        if (SlotOf(descriptor)->compare_exchange_strong(expected, nullptr)) {
+            taken = RecordHold<DescriptorRecord>::Adopt(expected);
+        }
+    }
+}
+
 void BeginDescriptor(Descriptor descriptor)
 {
     TakeRecord(descriptor);

@@ -37,6 +37,8 @@ public:
     virtual DWORD Close(Descriptor descriptor) = 0;
     // The process or this module ends with the handle open. Others may be using the record.
     virtual void OnEnd() {}
+    // Whether the number is another descriptor's by now, or nobody's.
+    virtual bool IsLeftBehind(Descriptor /*descriptor*/) const { return false; }
 
 protected:
     explicit DescriptorRecord(DescriptorKind kind) : m_kind(kind) {}
@@ -112,6 +114,9 @@ RecordHold<DescriptorRecord> FindRecord(Descriptor descriptor);
 // The same, out of the table: for the one who closes the descriptor.
 RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor);
 
+// The descriptor has been closed: what another thread's call has put under its number meanwhile
+// goes.
+void EndDescriptor(Descriptor descriptor);
 // A descriptor has come into being: what a close that the layer has not seen left behind under its
 // number goes.
 void BeginDescriptor(Descriptor descriptor);

@@ -236,7 +236,8 @@ DWORD FileLocking::Wait()
     DWORD error = qv::platform::Lock(m_place, F_OFD_SETLKW, m_range);
     const SectionHold locked(g_sections.Of(m_file));
     if (error == ERROR_SUCCESS) {
-        error = m_record->m_isClosed ? ERROR_INVALID_HANDLE : Take();
+        const RecordHold<FileRecord> now = FindRecordOf<FileRecord>(m_file);
+        error = now && &*now == &*m_record ? Take() : ERROR_INVALID_HANDLE; // closed meanwhile
     }
     List& ranges = m_record->m_ranges;
     const auto waiting = std::find_if(ranges.begin(), ranges.end(), [&](const LockedRange& range) {
@@ -349,7 +350,6 @@ void DropRanges(FileRecord& record, Descriptor file)
 {
     const KeepErrno keep;
     const SectionHold locked(g_sections.Of(file));
-    record.m_isClosed = true;
     for (const LockedRange& range : record.m_ranges) {
         if (range.isHeld && record.IsOwn()) {
             Call(Place(record, file, range.isShared), F_OFD_SETLK, F_UNLCK, range.begin, range.end);

@@ -27,6 +27,7 @@ FileRecord::~FileRecord()
 
 bool FileRecord::IsOf(Descriptor descriptor) const
 {
+    const KeepErrno keep;
     struct stat file = {};
     return fstat(descriptor, &file) == 0 && file.st_dev == m_device && file.st_ino == m_inode;
 }

@@ -47,10 +47,10 @@ public:
 
     DWORD Close(Descriptor descriptor) override;
     void OnEnd() override { RemoveName(); }
+    bool IsLeftBehind(Descriptor descriptor) const override { return !IsOf(descriptor); }
 
     // Under the section of file_locks.cpp.
     std::vector<LockedRange> m_ranges;
-    bool m_isClosed = false;
     // The same file with both rights, for locks that the descriptor's own do not allow.
     Descriptor m_lockFile = -1;
 

@@ -17,6 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "frame/facts.h"
 #include "support/alloc_faults.h"
@@ -31,6 +32,8 @@ namespace
 constinit int g_failAt = 0; // which of the calls below fails, from 1
 constinit int g_calls = 0;
 constinit int g_errno = 0;
+using Action = void (*)();
+constinit Action g_beforeClose = nullptr; // what another thread does just then
 
 bool Fails(bool mayBeInterrupted = false)
 {
@@ -91,6 +94,9 @@ extern "C"
             argument = va_arg(arguments, long);
         }
         va_end(arguments);
+        if (number == SYS_close && g_beforeClose != nullptr) {
+            std::exchange(g_beforeClose, nullptr)();
+        }
         // A descriptor is gone also when its close fails.
         const bool fails = number != SYS_close && Fails(true);
         const long result = fails ? -1 : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
@@ -320,6 +326,21 @@ TEST_F(FileFaults, AFullDiskEndsACopyInGoodOrder)
         GTEST_SKIP() << "no right to a file system of its own";
     }
     EXPECT_EQ(status, 0);
+}
+
+TEST_F(FileFaults, ALockDuringACloseVanishesToo)
+{
+    static QVHandle closed;
+    QVHandle other = QV_HANDLE_NONE;
+    QVFileOpen(m_file.c_str(), kBoth, 0, &other);
+    for (const uint32_t flags : {kBoth, QV_FILE_READ}) {
+        QVFileOpen(m_file.c_str(), flags, 0, &closed);
+        g_beforeClose = [] { EXPECT_EQ(QVFileLock(closed, 0, 1, 0), S_OK); };
+        EXPECT_EQ(QVFileClose(closed), S_OK);
+        EXPECT_EQ(QVFileLock(other, 0, 1, 0), S_OK);
+        QVFileUnlock(other, 0, 1);
+    }
+    QVFileClose(other);
 }
 
 // As the anonymous user, whom rights bind.
