@@ -1,7 +1,6 @@
 #include "platform/named_object.h"
 
 #include <sched.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +22,7 @@ namespace
 // Held while an object is opened or given up, and around a fork: a child with a copy of a half
 // opened file would keep the object alive for ever. Never held while waiting for another process.
 constinit CRITICAL_SECTION g_lock{};
-constinit NamedObject* g_first = nullptr;
+constinit unsigned g_forks = 0;
 
 // The gate is held for some microseconds. One that stays shut belongs to a process that has been
 // stopped, or is hostile; a left-over name is less harm than a close that hangs.
@@ -50,7 +49,7 @@ template <class Attempt> DWORD Persist(DWORD patience, Attempt attempt)
     for (unsigned round = 0;; ++round) {
         DWORD result;
         {
-            const SectionHold locked(&g_lock);
+            const NamedObjectsHold locked;
             result = attempt();
         }
         if (result != kTryAgain) {
@@ -63,13 +62,16 @@ template <class Attempt> DWORD Persist(DWORD patience, Attempt attempt)
     }
 }
 
-// The way in: the gate is held, and the file is the one at the path.
-DWORD EnterGate(const ObjectFile& file, const ObjectPath& path)
+// The way in: the gate is held, and the file still has a name.
+DWORD EnterGate(const ObjectFile& file, FileState* state)
 {
     if (const DWORD error = file.LockForWriting(ObjectByte::Gate)) {
         return error;
     }
-    return file.IsAt(path) ? ERROR_SUCCESS : kTryAgain;
+    if (const DWORD error = file.Look(state)) {
+        return error;
+    }
+    return state->hasName ? ERROR_SUCCESS : kTryAgain;
 }
 
 // 0 when there is nothing at the path that nobody holds, as far as this user may see to that.
@@ -79,10 +81,12 @@ DWORD RemoveLeftOver(const ObjectPath& path)
     if (file.Open(path) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }
-    if (const DWORD error = EnterGate(file, path)) {
+    FileState state;
+    if (const DWORD error = EnterGate(file, &state)) {
         return error;
     }
-    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS) {
+    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS &&
+        ObjectFile::IsAt(path, state.identity)) {
         unlink(path.Text());
     }
     return ERROR_SUCCESS;
@@ -100,24 +104,38 @@ DWORD NamedObject::Open(const NamedRequest& request)
     return Persist(kOpenPatience, [&] { return TryOpen(request); });
 }
 
-void NamedObject::Close()
+void NamedObject::RemoveIfLast(const ObjectPath& path)
 {
-    if (m_head == nullptr) {
-        return;
-    }
     const KeepErrno keep;
     const NoCancellation noCancellation;
-    {
-        const SectionHold locked(&g_lock);
-        GiveUp();
-    }
     // By a look from outside: forked children may share the file that has just been given up, and
     // a lock of one's own file would not see them.
-    Persist(kClosePatience, [&] { return RemoveLeftOver(m_path); });
+    Persist(kClosePatience, [&] { return RemoveLeftOver(path); });
+}
+
+bool NamedObject::TryGiveUp(const ObjectFile& file, const FileIdentity& identity) const
+{
+    if (m_forks != g_forks) {
+        return false;
+    }
+    // Before the look: of two who give up at once, the later one sees that nobody is left.
+    file.Unlock(ObjectByte::Life);
+    if (file.IsLockedByOthers(ObjectByte::Life)) {
+        return true;
+    }
+    if (file.LockForWriting(ObjectByte::Gate) != ERROR_SUCCESS) {
+        return false;
+    }
+    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS &&
+        ObjectFile::IsAt(m_path, identity)) {
+        unlink(m_path.Text());
+    }
+    return true;
 }
 
 DWORD NamedObject::TryOpen(const NamedRequest& request)
 {
+    m_forks = g_forks;
     ObjectFile file;
     const DWORD found = file.Open(m_path);
     if (found == ERROR_FILE_NOT_FOUND) {
@@ -126,14 +144,15 @@ DWORD NamedObject::TryOpen(const NamedRequest& request)
     if (found != ERROR_SUCCESS) {
         return found;
     }
-    if (const DWORD error = EnterGate(file, m_path)) {
+    FileState state;
+    if (const DWORD error = EnterGate(file, &state)) {
         return error;
     }
     const DWORD life = file.LockForWriting(ObjectByte::Life);
     if (life == kTryAgain) {
-        return Join(std::move(file), request);
+        return Join(std::move(file), state, request);
     }
-    return life == ERROR_SUCCESS ? TakeOver(std::move(file), request) : life;
+    return life == ERROR_SUCCESS ? TakeOver(std::move(file), state, request) : life;
 }
 
 DWORD NamedObject::Create(const NamedRequest& request)
@@ -143,41 +162,45 @@ DWORD NamedObject::Create(const NamedRequest& request)
             file.Make(request.audience, request.name, request.kind, request.content)) {
         return error;
     }
+    FileState state;
+    if (const DWORD error = file.Look(&state)) {
+        return error;
+    }
     if (const DWORD error = file.LockForReading(ObjectByte::Life)) {
         return error;
     }
-    NamedHead* const head = file.MapHead();
-    if (head == nullptr) {
-        return ERROR_OUTOFMEMORY;
+    if (const DWORD error = Prepare(file, {state.identity, request.content.dataSize})) {
+        return error;
     }
     // Last: from here on others find it.
     if (const DWORD error = file.Link(m_path)) {
-        munmap(head, kNamedHeadSize);
+        Discard();
         return error;
     }
-    Hold(std::move(file), head);
+    Keep(std::move(file));
     return ERROR_SUCCESS;
 }
 
-DWORD NamedObject::Join(ObjectFile&& file, const NamedRequest& request)
+DWORD NamedObject::Join(ObjectFile&& file, const FileState& state, const NamedRequest& request)
 {
     if (const DWORD error = file.LockForReading(ObjectByte::Life)) {
         return error;
     }
-    if (const DWORD error = file.Test(request.name, request.kind)) {
+    NamedFacts facts = {state.identity, 0};
+    if (const DWORD error = file.Test(request.name, request.kind, state, &facts.dataSize)) {
         return error;
     }
-    NamedHead* const head = file.MapHead();
-    if (head == nullptr) {
-        return ERROR_OUTOFMEMORY;
+    if (const DWORD error = Prepare(file, facts)) {
+        return error;
     }
-    Hold(std::move(file), head);
+    file.Unlock(ObjectByte::Gate);
+    Keep(std::move(file));
     return ERROR_ALREADY_EXISTS;
 }
 
-DWORD NamedObject::TakeOver(ObjectFile&& file, const NamedRequest& request)
+DWORD NamedObject::TakeOver(ObjectFile&& file, const FileState& state, const NamedRequest& request)
 {
-    if (unlink(m_path.Text()) == 0) {
+    if (!ObjectFile::IsAt(m_path, state.identity) || unlink(m_path.Text()) == 0) {
         return kTryAgain;
     }
     if (!request.mayCreate) {
@@ -190,47 +213,18 @@ DWORD NamedObject::TakeOver(ObjectFile&& file, const NamedRequest& request)
     if (const DWORD error = file.Fill(request.name, request.kind, request.content)) {
         return error;
     }
-    NamedHead* const head = file.MapHead();
-    if (head == nullptr) {
-        return ERROR_OUTOFMEMORY;
-    }
-    if (const DWORD error = file.LockForReading(ObjectByte::Life)) {
-        munmap(head, kNamedHeadSize);
+    if (const DWORD error = Prepare(file, {state.identity, request.content.dataSize})) {
+        file.Empty();
         return error;
     }
-    Hold(std::move(file), head);
-    return ERROR_SUCCESS;
-}
-
-void NamedObject::Hold(ObjectFile&& file, NamedHead* head)
-{
+    if (const DWORD error = file.LockForReading(ObjectByte::Life)) {
+        Discard();
+        file.Empty();
+        return error;
+    }
     file.Unlock(ObjectByte::Gate);
-    // The mapping alone holds the file, and its locks: there is no descriptor that could run out,
-    // or that a host which closes all that it does not know could give to another file.
-    close(file.Release());
-    m_head = head;
-    m_next = g_first;
-    m_previous = nullptr;
-    if (g_first != nullptr) {
-        g_first->m_previous = this;
-    }
-    g_first = this;
-}
-
-void NamedObject::GiveUp()
-{
-    (m_previous != nullptr ? m_previous->m_next : g_first) = m_next;
-    if (m_next != nullptr) {
-        m_next->m_previous = m_previous;
-    }
-    munmap(std::exchange(m_head, nullptr), kNamedHeadSize);
-}
-
-void CloseNamedObjects()
-{
-    while (g_first != nullptr) {
-        g_first->Close();
-    }
+    Keep(std::move(file));
+    return ERROR_SUCCESS;
 }
 
 void HoldNamedObjects()
@@ -241,6 +235,11 @@ void HoldNamedObjects()
 void ReleaseNamedObjects()
 {
     LeaveCriticalSection(&g_lock);
+}
+
+void CountFork()
+{
+    ++g_forks;
 }
 
 } // namespace qv::platform

@@ -28,12 +28,16 @@ struct NamedRequest
     NamedContent content;
 };
 
-// One handle's hold on an object.
+struct NamedFacts
+{
+    FileIdentity identity;
+    std::uint64_t dataSize;
+};
+
+// A hold on an object. What is held of the open file, and how it is given up, is the kind's.
 class NamedObject
 {
 public:
-    NamedObject() = default;
-    ~NamedObject() { Close(); }
     NamedObject(const NamedObject&) = delete;
     NamedObject& operator=(const NamedObject&) = delete;
 
@@ -42,32 +46,79 @@ public:
     // object of another kind or name, or what is no object; 14; 32 if others keep the gate for ten
     // seconds; 112; 206 for a name that is too long.
     DWORD Open(const NamedRequest& request);
-    void Close();
 
+protected:
+    NamedObject() = default;
+    ~NamedObject() = default;
+
+    // Of opening, all with the lock held. First all that may fail, before others can find what is
+    // being made: 0 or an error number. Then either of the two.
+    virtual DWORD Prepare(const ObjectFile& file, const NamedFacts& facts) = 0;
+    virtual void Discard() = 0;
+    virtual void Keep(ObjectFile&& file) = 0;
+
+    // When this hold is gone: removes the file if there is no other.
+    void RemoveIfLast() const { RemoveIfLast(m_path); }
+    static void RemoveIfLast(const ObjectPath& path);
+    // The same with one's own open file, of which nobody needs the hold any more: quicker. To be
+    // called with the lock held. False, and it is still to be done, if forked children may share
+    // the file or the gate is busy.
+    bool TryGiveUp(const ObjectFile& file, const FileIdentity& identity) const;
+
+    const ObjectPath& Path() const { return m_path; }
+
+private:
+    DWORD TryOpen(const NamedRequest& request);
+    DWORD Create(const NamedRequest& request);
+    DWORD Join(ObjectFile&& file, const FileState& state, const NamedRequest& request);
+    DWORD TakeOver(ObjectFile&& file, const FileState& state, const NamedRequest& request);
+
+    ObjectPath m_path;
+    unsigned m_forks = 0; // that this process had seen when the file was opened
+};
+
+// The hold of one who needs but the head, mapped.
+class NamedHeadHold final : public NamedObject
+{
+public:
+    NamedHeadHold() = default;
+    ~NamedHeadHold() { Close(); }
+    NamedHeadHold(const NamedHeadHold&) = delete;
+    NamedHeadHold& operator=(const NamedHeadHold&) = delete;
+
+    void Close();
     // Null when nothing is held, as after the unload of the module.
     NamedHead* Head() const { return m_head; }
 
 private:
     friend void CloseNamedObjects();
 
-    DWORD TryOpen(const NamedRequest& request);
-    DWORD Create(const NamedRequest& request);
-    DWORD Join(ObjectFile&& file, const NamedRequest& request);
-    DWORD TakeOver(ObjectFile&& file, const NamedRequest& request);
-    void Hold(ObjectFile&& file, NamedHead* head);
-    void GiveUp();
+    DWORD Prepare(const ObjectFile& file, const NamedFacts& facts) override;
+    void Discard() override;
+    void Keep(ObjectFile&& file) override;
 
     NamedHead* m_head = nullptr;
-    ObjectPath m_path;
-    NamedObject* m_next = nullptr;
-    NamedObject* m_previous = nullptr;
+    NamedHeadHold* m_next = nullptr;
+    NamedHeadHold* m_previous = nullptr;
 };
 
-// What still lives gives up its holds: for the end of the module.
+// What heads are still held are given up: for the end of the module.
 void CloseNamedObjects();
 
-// Around a fork: no object is half opened or half closed in the child.
+// The lock under which objects are opened and given up. Also held around a fork: no object is half
+// opened or half closed in the child.
 void HoldNamedObjects();
 void ReleaseNamedObjects();
+// Before a fork, with the lock held: from now on open files may be shared with a child.
+void CountFork();
+
+class NamedObjectsHold
+{
+public:
+    NamedObjectsHold() { HoldNamedObjects(); }
+    ~NamedObjectsHold() { ReleaseNamedObjects(); }
+    NamedObjectsHold(const NamedObjectsHold&) = delete;
+    NamedObjectsHold& operator=(const NamedObjectsHold&) = delete;
+};
 
 } // namespace qv::platform

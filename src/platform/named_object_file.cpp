@@ -40,6 +40,21 @@ DWORD LastErrno()
     return ErrorFromErrno(errno);
 }
 
+struct flock RequestOf(ObjectByte byte, int type)
+{
+    struct flock lock = {};
+    lock.l_type = static_cast<short>(type);
+    lock.l_whence = SEEK_SET;
+    lock.l_start = static_cast<off_t>(byte);
+    lock.l_len = 1;
+    return lock;
+}
+
+FileIdentity IdentityOf(const struct stat& status)
+{
+    return {.device = status.st_dev, .node = status.st_ino};
+}
+
 void FillHead(NamedHead* head, std::u16string_view name, NamedKind kind,
               const NamedContent& content)
 {
@@ -107,11 +122,7 @@ DWORD ObjectFile::Open(const ObjectPath& path)
             return LastErrno();
         }
     }
-    struct stat status = {};
-    if (fstat(m_file, &status) != 0) {
-        return LastErrno();
-    }
-    return S_ISREG(status.st_mode) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    return ERROR_SUCCESS;
 }
 
 DWORD ObjectFile::Make(Audience audience, std::u16string_view name, NamedKind kind,
@@ -150,47 +161,55 @@ DWORD ObjectFile::Link(const ObjectPath& path) const
     return errno == EEXIST ? kTryAgain : LastErrno();
 }
 
-DWORD ObjectFile::Allocate(std::uint64_t dataSize) const
+DWORD ObjectFile::Allocate(std::uint64_t size) const
 {
-    if (dataSize > static_cast<std::uint64_t>(INT64_MAX) - kNamedHeadSize) {
-        return ERROR_DISK_FULL;
-    }
-    const std::uint64_t size = dataSize + kNamedHeadSize;
     // Passing this limit ends the process by a signal.
     struct rlimit limit = {};
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && size > limit.rlim_cur) {
         return ERROR_FILE_TOO_LARGE;
     }
-    // Taken now: a full file system is an error here, and would be a signal later.
-    return Retried([&] { return fallocate(m_file, 0, 0, static_cast<off_t>(size)); }) == 0
-               ? ERROR_SUCCESS
-               : LastErrno();
+    // Taken now: a full file system is an error here, and would be a signal later. Piece by piece:
+    // a signal undoes the call that it interrupts, and a timer's could do so for ever.
+    constexpr std::uint64_t kPiece = 1 << 20;
+    for (std::uint64_t at = 0; at < size; at += kPiece) {
+        const auto start = static_cast<off_t>(at);
+        const auto length = static_cast<off_t>(std::min(kPiece, size - at));
+        if (Retried([&] { return fallocate(m_file, 0, start, length); }) != 0) {
+            return LastErrno();
+        }
+    }
+    return ERROR_SUCCESS;
 }
 
 DWORD ObjectFile::Fill(std::u16string_view name, NamedKind kind, const NamedContent& content) const
 {
-    if (Retried([&] { return ftruncate(m_file, 0); }) != 0) {
-        return LastErrno();
+    Empty();
+    if (content.dataSize > static_cast<std::uint64_t>(INT64_MAX) - kNamedHeadSize) {
+        return ERROR_DISK_FULL;
     }
-    if (const DWORD error = Allocate(content.dataSize)) {
+    if (const DWORD error = Allocate(kNamedHeadSize + content.dataSize)) {
+        Empty();
         return error;
     }
     NamedHead head = {};
     FillHead(&head, name, kind, content);
     const auto written = Retried([&] { return pwrite(m_file, &head, sizeof head, 0); });
-    if (written < 0) {
-        return LastErrno();
+    if (written == static_cast<ssize_t>(sizeof head)) {
+        return ERROR_SUCCESS;
     }
-    return written == static_cast<ssize_t>(sizeof head) ? ERROR_SUCCESS : ERROR_DISK_FULL;
+    const DWORD error = written < 0 ? LastErrno() : ERROR_DISK_FULL;
+    Empty();
+    return error;
+}
+
+void ObjectFile::Empty() const
+{
+    Retried([&] { return ftruncate(m_file, 0); });
 }
 
 DWORD ObjectFile::Lock(ObjectByte byte, int type) const
 {
-    struct flock lock = {};
-    lock.l_type = static_cast<short>(type);
-    lock.l_whence = SEEK_SET;
-    lock.l_start = static_cast<off_t>(byte);
-    lock.l_len = 1;
+    struct flock lock = RequestOf(byte, type);
     if (Retried([&] { return fcntl(m_file, F_OFD_SETLK, &lock); }) == 0) {
         return ERROR_SUCCESS;
     }
@@ -212,27 +231,44 @@ void ObjectFile::Unlock(ObjectByte byte) const
     Lock(byte, F_UNLCK);
 }
 
-bool ObjectFile::IsAt(const ObjectPath& path) const
+bool ObjectFile::IsLockedByOthers(ObjectByte byte) const
 {
-    struct stat here = {};
-    struct stat there = {};
-    return fstat(m_file, &here) == 0 && lstat(path.Text(), &there) == 0 &&
-           here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+    struct flock lock = RequestOf(byte, F_WRLCK);
+    return Retried([&] { return fcntl(m_file, F_OFD_GETLK, &lock); }) != 0 ||
+           lock.l_type != F_UNLCK;
 }
 
-DWORD ObjectFile::Test(std::u16string_view name, NamedKind kind) const
+DWORD ObjectFile::Look(FileState* state) const
 {
     struct stat status = {};
+    if (fstat(m_file, &status) != 0) {
+        return LastErrno();
+    }
+    *state = {.identity = IdentityOf(status),
+              .size = static_cast<std::uint64_t>(status.st_size),
+              .hasName = status.st_nlink != 0};
+    return S_ISREG(status.st_mode) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+}
+
+bool ObjectFile::IsAt(const ObjectPath& path, const FileIdentity& identity)
+{
+    struct stat status = {};
+    return lstat(path.Text(), &status) == 0 && IdentityOf(status) == identity;
+}
+
+DWORD ObjectFile::Test(std::u16string_view name, NamedKind kind, const FileState& state,
+                       std::uint64_t* dataSize) const
+{
     NamedHead head = {};
-    if (fstat(m_file, &status) != 0 ||
-        Retried([&] { return pread(m_file, &head, sizeof head, 0); }) < 0) {
+    if (Retried([&] { return pread(m_file, &head, sizeof head, 0); }) < 0) {
         return LastErrno();
     }
     // A short file leaves zeros in the head, or too few bytes for it.
-    const auto size = static_cast<std::uint64_t>(status.st_size);
-    const bool isWhole = size >= kNamedHeadSize && head.dataSize <= size - kNamedHeadSize;
+    const bool isWhole =
+        state.size >= kNamedHeadSize && head.dataSize <= state.size - kNamedHeadSize;
     const bool isOne = isWhole && head.magic == kMagic && head.version == kVersion &&
                        head.kind == kind && head.nameUnits <= kMaxObjectName;
+    *dataSize = head.dataSize;
     return isOne && std::u16string_view(head.name, head.nameUnits) == name ? ERROR_SUCCESS
                                                                            : ERROR_INVALID_HANDLE;
 }

@@ -17,6 +17,7 @@ namespace qv::platform
 enum class NamedKind : std::uint32_t
 {
     Semaphore = 1,
+    Section = 2,
 };
 
 // What the creator of an object chooses. A kind takes what it needs.
@@ -54,42 +55,66 @@ enum class ObjectByte
 // Not an error number: something is to be tried again.
 inline constexpr DWORD kTryAgain = 0xFFFFFFFF;
 
+// Which file an open one is.
+struct FileIdentity
+{
+    std::uint64_t device = 0;
+    std::uint64_t node = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
+
+struct FileState
+{
+    FileIdentity identity;
+    std::uint64_t size = 0;
+    bool hasName = false;
+};
+
 // An open file, closed at the end. Nothing here waits.
 class ObjectFile
 {
 public:
     ObjectFile() = default;
+    explicit ObjectFile(int file) : m_file(file) {}
     ObjectFile(ObjectFile&& other) noexcept : m_file(std::exchange(other.m_file, -1)) {}
     ObjectFile& operator=(ObjectFile&&) = delete;
     ~ObjectFile();
 
-    // Error 2 if there is none, 6 for what is no plain file.
+    // Error 2 if there is none. It may be no plain file.
     DWORD Open(const ObjectPath& path);
     // A whole one without a name.
     DWORD Make(Audience audience, std::u16string_view name, NamedKind kind,
                const NamedContent& content);
     // Gives it its name: kTryAgain if that is taken.
     DWORD Link(const ObjectPath& path) const;
-    // The content anew.
+    // The content anew. The file is empty after a failure.
     DWORD Fill(std::u16string_view name, NamedKind kind, const NamedContent& content) const;
+
+    void Empty() const;
 
     // kTryAgain if another holder is in the way.
     DWORD LockForWriting(ObjectByte byte) const;
     DWORD LockForReading(ObjectByte byte) const;
     void Unlock(ObjectByte byte) const;
+    // Whether another open file has a lock of any kind there.
+    bool IsLockedByOthers(ObjectByte byte) const;
 
-    // Whether the path still leads here.
-    bool IsAt(const ObjectPath& path) const;
+    // Error 6 for what is no plain file.
+    DWORD Look(FileState* state) const;
+    // Whether the path still leads to this file.
+    static bool IsAt(const ObjectPath& path, const FileIdentity& identity);
     // Error 6 unless it is an object of this name and kind, whole.
-    DWORD Test(std::u16string_view name, NamedKind kind) const;
+    DWORD Test(std::u16string_view name, NamedKind kind, const FileState& state,
+               std::uint64_t* dataSize) const;
     // Null without memory.
     NamedHead* MapHead() const;
 
+    int Number() const { return m_file; }
     int Release() { return std::exchange(m_file, -1); }
 
 private:
     DWORD Lock(ObjectByte byte, int type) const;
-    DWORD Allocate(std::uint64_t dataSize) const;
+    DWORD Allocate(std::uint64_t size) const;
     void Admit(Audience audience) const;
 
     int m_file = -1;

@@ -16,13 +16,6 @@ namespace
 constexpr DWORD kAllAccess = 0x1F0003;
 constexpr DWORD kSlice = 200; // ms
 
-const SECURITY_DESCRIPTOR* DescriptorOf(const SECURITY_ATTRIBUTES* attributes)
-{
-    return attributes != nullptr
-               ? static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor)
-               : nullptr;
-}
-
 Deadline EndOfSlice(const Deadline& deadline)
 {
     const Deadline slice = Deadline::After(kSlice);

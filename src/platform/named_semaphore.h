@@ -58,7 +58,7 @@ private:
     static bool Take(std::atomic<std::uint32_t>& word, std::uint32_t& seen, std::uint32_t marks);
 
     std::uint32_t m_maximum = 0; // the creator's
-    NamedObject m_object;
+    NamedHeadHold m_object;
 };
 
 // The named form of CreateSemaphoreA, counts already tested. The last error is 183 if the object

@@ -105,6 +105,14 @@ enum class Audience
     Everybody,
 };
 
+// Null if there are none.
+inline const SECURITY_DESCRIPTOR* DescriptorOf(const SECURITY_ATTRIBUTES* attributes)
+{
+    return attributes != nullptr
+               ? static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor)
+               : nullptr;
+}
+
 // Null is a descriptor that says nothing. An entry counts if it grants all of the rights to the
 // authenticated users; others are for nobody.
 Audience AudienceOf(const SECURITY_DESCRIPTOR* descriptor, DWORD rights);
