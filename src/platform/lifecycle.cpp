@@ -14,6 +14,7 @@
 #include "platform/diagnostics.h"
 #include "platform/file_locks.h"
 #include "platform/library_counts.h"
+#include "platform/mapping.h"
 #include "platform/named_object.h"
 #include "platform/quiet_write.h"
 #include "platform/registry_store.h"
@@ -87,8 +88,10 @@ void PrepareFork()
     if (t_forkIsTold) {
         ForkNotification(ForkStage::Prepare);
         HoldNamedObjects();
+        CountFork();
         HoldFileLocks();
         HoldRecords();
+        HoldViews();
         HoldLog();
         EnterCriticalSection(&g_zoneLock);
     }
@@ -102,6 +105,7 @@ void EndFork(ForkStage stage)
     if (t_forkIsTold) {
         LeaveCriticalSection(&g_zoneLock);
         ReleaseLog(stage == ForkStage::Child);
+        ReleaseViews();
         ReleaseRecords();
         ReleaseFileLocks();
         ReleaseNamedObjects();
@@ -128,7 +132,9 @@ void EndFork(ForkStage stage)
         const SectionHold changing(&g_changing);
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         EndRecords();
+        EndSections();
         ForgetRecords();
+        ForgetViews();
         CloseNamedObjects();
         CloseRegistryStores();
         ForgetLibraryCounts();
@@ -138,6 +144,7 @@ void EndFork(ForkStage stage)
     const bool othersLive = OtherThreadsLive();
     DllMain(nullptr, DLL_PROCESS_DETACH, othersLive ? &processEnds : nullptr);
     EndRecords();
+    EndSections();
     if (!othersLive) {
         // Else the kernel ends the holds, and the next to come takes over the names.
         CloseNamedObjects();

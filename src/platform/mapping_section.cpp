@@ -1,0 +1,133 @@
+#include "platform/mapping_section.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "platform/descriptor_handle.h"
+#include "platform/error.h"
+#include "platform/mapping.h"
+#include "platform/mapping_views.h"
+#include "platform/no_cancellation.h"
+
+namespace qv::platform
+{
+
+namespace
+{
+
+// Those that hold their objects. Under the lock of the named objects.
+constinit SectionRecord* g_first = nullptr;
+
+} // namespace
+
+SectionRecord::~SectionRecord()
+{
+    if (!m_isListed) {
+        return;
+    }
+    {
+        const NamedObjectsHold locked;
+        LeaveList();
+    }
+    RemoveIfLast();
+}
+
+bool SectionRecord::IsHandle(Descriptor descriptor) const
+{
+    ObjectFile file(descriptor);
+    FileState state;
+    const DWORD error = file.Look(&state);
+    file.Release();
+    return error == ERROR_SUCCESS && state.identity == m_identity;
+}
+
+DWORD SectionRecord::Close(Descriptor descriptor)
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    const NamedObjectsHold locked;
+    const bool hasViews = SectionViews::CloseHandle(*this);
+    // Of a number that has become another file's, only the number is of interest.
+    if (m_isListed && !hasViews && IsHandle(descriptor)) {
+        ObjectFile file(descriptor);
+        if (TryGiveUp(file, m_identity)) {
+            LeaveList();
+        }
+        file.Release();
+    }
+    return CloseDescriptor(descriptor);
+}
+
+DWORD SectionRecord::Prepare(const ObjectFile& file, const NamedFacts& facts)
+{
+    m_identity = facts.identity;
+    m_size = facts.dataSize;
+    const DWORD error = PutRecord(file.Number(), RecordHold<DescriptorRecord>(this));
+    m_handle = error == ERROR_SUCCESS ? file.Number() : -1;
+    return error;
+}
+
+void SectionRecord::Discard()
+{
+    TakeRecord(std::exchange(m_handle, -1));
+}
+
+void SectionRecord::Keep(ObjectFile&& file)
+{
+    file.Release(); // the handle
+    m_isOpen = true;
+    m_isListed = true;
+    m_next = g_first;
+    m_previous = nullptr;
+    if (g_first != nullptr) {
+        g_first->m_previous = this;
+    }
+    g_first = this;
+}
+
+void SectionRecord::LeaveList()
+{
+    (m_previous != nullptr ? m_previous->m_next : g_first) = m_next;
+    if (m_next != nullptr) {
+        m_next->m_previous = m_previous;
+    }
+    m_isListed = false;
+}
+
+// Through an open file without a lock of life.
+void SectionRecord::LetGo()
+{
+    LeaveList();
+    ObjectFile other;
+    FileState state;
+    if (other.Open(Path()) != ERROR_SUCCESS || other.Look(&state) != ERROR_SUCCESS ||
+        state.identity != m_identity) {
+        return;
+    }
+    SectionViews::Exchange(*this, other.Number());
+    if (m_isOpen && IsHandle(m_handle)) {
+        dup3(other.Number(), m_handle, O_CLOEXEC);
+    }
+}
+
+void EndSections()
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    for (;;) {
+        ObjectPath path;
+        {
+            const NamedObjectsHold locked;
+            if (g_first == nullptr) {
+                return;
+            }
+            path = g_first->Path();
+            g_first->LetGo();
+        }
+        NamedObject::RemoveIfLast(path);
+    }
+}
+
+} // namespace qv::platform

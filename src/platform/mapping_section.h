@@ -1,0 +1,53 @@
+// What a section's handle and its views share in this process.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/descriptor_record.h"
+#include "platform/named_object.h"
+
+namespace qv::platform
+{
+
+class SectionRecord final : public DescriptorRecord, public NamedObject
+{
+public:
+    static constexpr DescriptorKind kKind = DescriptorKind::Section;
+
+    explicit SectionRecord(bool mayWrite) : DescriptorRecord(kKind), m_mayWrite(mayWrite) {}
+
+    Descriptor Handle() const { return m_handle; }
+    bool MayWrite() const { return m_mayWrite; }
+    std::uint64_t Size() const { return m_size; }
+    // Whether the descriptor is its handle, or has been closed and become another file's.
+    bool IsHandle(Descriptor descriptor) const;
+
+    DWORD Close(Descriptor descriptor) override;
+
+private:
+    friend class SectionViews;
+    friend void EndSections();
+
+    ~SectionRecord() override;
+
+    DWORD Prepare(const ObjectFile& file, const NamedFacts& facts) override;
+    void Discard() override;
+    void Keep(ObjectFile&& file) override;
+
+    void LeaveList();
+    // Its handle and views go on without keeping it alive.
+    void LetGo();
+
+    bool m_mayWrite;
+    bool m_isListed = false; // holds the object
+    Descriptor m_handle = -1;
+    std::uint64_t m_size = 0;
+    FileIdentity m_identity;
+    SectionRecord* m_next = nullptr;
+    SectionRecord* m_previous = nullptr;
+    // Under the lock of the views.
+    bool m_isOpen = false;
+    std::size_t m_views = 0;
+};
+
+} // namespace qv::platform

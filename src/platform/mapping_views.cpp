@@ -1,0 +1,148 @@
+#include "platform/mapping_views.h"
+
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/error.h"
+#include "platform/mapping.h"
+#include "platform/no_cancellation.h"
+#include "platform/section_hold.h"
+
+namespace qv::platform
+{
+
+namespace
+{
+
+struct View
+{
+    View* next;
+    void* base;
+    std::size_t length;
+    int rights;
+    RecordHold<SectionRecord> section;
+};
+
+constexpr std::size_t kRows = 512;
+constinit View* g_rows[kRows]{};
+
+// Held while views come and go, with their mappings, and around a fork.
+constinit CRITICAL_SECTION g_lock{};
+
+// Where the view stands, or null would.
+View** PlaceOf(const void* base)
+{
+    constexpr unsigned kPageBits = 12;
+    View** place = &g_rows[(reinterpret_cast<std::uintptr_t>(base) >> kPageBits) % kRows];
+    while (*place != nullptr && (*place)->base != base) {
+        place = &(*place)->next;
+    }
+    return place;
+}
+
+std::unique_ptr<View> TakeFrom(View** place)
+{
+    std::unique_ptr<View> view(*place);
+    if (view != nullptr) {
+        *place = view->next;
+    }
+    return view;
+}
+
+} // namespace
+
+void* SectionViews::Map(Descriptor section, RecordHold<SectionRecord> record, bool toWrite,
+                        DWORD* error)
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    std::unique_ptr<View> view(new (std::nothrow) View{});
+    if (view == nullptr) {
+        *error = ERROR_OUTOFMEMORY;
+        return nullptr;
+    }
+    std::unique_ptr<View> leftBehind; // goes after the lock, as it may give up its section
+    const SectionHold locked(&g_lock);
+    if (!record->m_isOpen || !record->IsHandle(section)) {
+        *error = ERROR_INVALID_HANDLE;
+        return nullptr;
+    }
+    const int rights = toWrite ? PROT_READ | PROT_WRITE : PROT_READ;
+    const auto length = static_cast<std::size_t>(record->Size());
+    void* const base = mmap(nullptr, length, rights, MAP_SHARED, section, kNamedHeadSize);
+    if (base == MAP_FAILED) {
+        *error = ErrorFromErrno(errno);
+        return nullptr;
+    }
+    // One that the host has unmapped by itself.
+    leftBehind = TakeFrom(PlaceOf(base));
+    if (leftBehind != nullptr) {
+        --leftBehind->section->m_views;
+    }
+    ++record->m_views;
+    View** const place = PlaceOf(base);
+    *view = {nullptr, base, length, rights, std::move(record)};
+    *place = view.release();
+    return base;
+}
+
+bool SectionViews::Unmap(const void* base)
+{
+    const KeepErrno keep;
+    std::unique_ptr<View> view; // goes after the lock
+    const SectionHold locked(&g_lock);
+    view = TakeFrom(PlaceOf(base));
+    if (view == nullptr) {
+        return false;
+    }
+    --view->section->m_views;
+    // With the lock: a child must not be left with a mapping that it does not know of.
+    munmap(view->base, view->length);
+    return true;
+}
+
+bool SectionViews::CloseHandle(SectionRecord& section)
+{
+    const SectionHold locked(&g_lock);
+    section.m_isOpen = false;
+    return section.m_views != 0;
+}
+
+void SectionViews::Exchange(const SectionRecord& section, int file)
+{
+    const SectionHold locked(&g_lock);
+    for (View* const row : g_rows) {
+        for (View* view = row; view != nullptr; view = view->next) {
+            if (&*view->section == &section) {
+                mmap(view->base, view->length, view->rights, MAP_SHARED | MAP_FIXED, file,
+                     kNamedHeadSize);
+            }
+        }
+    }
+}
+
+void HoldViews()
+{
+    EnterCriticalSection(&g_lock);
+}
+
+void ReleaseViews()
+{
+    LeaveCriticalSection(&g_lock);
+}
+
+void ForgetViews()
+{
+    for (View*& row : g_rows) {
+        while (row != nullptr) {
+            TakeFrom(&row);
+        }
+    }
+}
+
+} // namespace qv::platform
