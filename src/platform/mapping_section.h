@@ -19,7 +19,8 @@ public:
     Descriptor Handle() const { return m_handle; }
     bool MayWrite() const { return m_mayWrite; }
     std::uint64_t Size() const { return m_size; }
-    // Whether the descriptor is its handle, or has been closed and become another file's.
+    // Whether the descriptor is its handle still, and not that of another file which was opened
+    // after the host had closed it by itself.
     bool IsHandle(Descriptor descriptor) const;
 
     DWORD Close(Descriptor descriptor) override;

@@ -45,7 +45,7 @@ void PauseBefore(unsigned round)
 // Repeats attempt() while it gives kTryAgain; 32 when that took too long.
 template <class Attempt> DWORD Persist(DWORD patience, Attempt attempt)
 {
-    const Deadline deadline = Deadline::After(patience);
+    Deadline deadline = Deadline::After(INFINITE);
     for (unsigned round = 0;; ++round) {
         DWORD result;
         {
@@ -55,7 +55,9 @@ template <class Attempt> DWORD Persist(DWORD patience, Attempt attempt)
         if (result != kTryAgain) {
             return result;
         }
-        if (deadline.HasPassed()) {
+        if (round == 0) {
+            deadline = Deadline::After(patience);
+        } else if (deadline.HasPassed()) {
             return ERROR_SHARING_VIOLATION;
         }
         PauseBefore(round);
@@ -101,7 +103,12 @@ DWORD NamedObject::Open(const NamedRequest& request)
     if (const DWORD error = m_path.Make(request.name)) {
         return error;
     }
-    return Persist(kOpenPatience, [&] { return TryOpen(request); });
+    const DWORD result = Persist(kOpenPatience, [&] { return TryOpen(request); });
+    const bool isHeld = result == ERROR_SUCCESS || result == ERROR_ALREADY_EXISTS;
+    if (m_wasHeld && !isHeld) {
+        RemoveIfLast();
+    }
+    return result;
 }
 
 void NamedObject::RemoveIfLast(const ObjectPath& path)
@@ -118,9 +125,8 @@ bool NamedObject::TryGiveUp(const ObjectFile& file, const FileIdentity& identity
     if (m_forks != g_forks) {
         return false;
     }
-    // Before the look: of two who give up at once, the later one sees that nobody is left.
     file.Unlock(ObjectByte::Life);
-    if (file.IsLockedByOthers(ObjectByte::Life)) {
+    if (file.OthersAt(ObjectByte::Life) != ObjectFile::Others::None) {
         return true;
     }
     if (file.LockForWriting(ObjectByte::Gate) != ERROR_SUCCESS) {
@@ -144,14 +150,14 @@ DWORD NamedObject::TryOpen(const NamedRequest& request)
     if (found != ERROR_SUCCESS) {
         return found;
     }
+    if (file.OthersAt(ObjectByte::Life) == ObjectFile::Others::Reading) {
+        return Join(std::move(file), request);
+    }
     FileState state;
     if (const DWORD error = EnterGate(file, &state)) {
         return error;
     }
     const DWORD life = file.LockForWriting(ObjectByte::Life);
-    if (life == kTryAgain) {
-        return Join(std::move(file), state, request);
-    }
     return life == ERROR_SUCCESS ? TakeOver(std::move(file), state, request) : life;
 }
 
@@ -181,19 +187,28 @@ DWORD NamedObject::Create(const NamedRequest& request)
     return ERROR_SUCCESS;
 }
 
-DWORD NamedObject::Join(ObjectFile&& file, const FileState& state, const NamedRequest& request)
+DWORD NamedObject::Join(ObjectFile&& file, const NamedRequest& request)
 {
     if (const DWORD error = file.LockForReading(ObjectByte::Life)) {
         return error;
     }
+    m_wasHeld = true;
+    FileState state;
+    if (const DWORD error = file.Look(&state)) {
+        return error;
+    }
+    if (!state.hasName) {
+        return kTryAgain;
+    }
     NamedFacts facts = {state.identity, 0};
     if (const DWORD error = file.Test(request.name, request.kind, state, &facts.dataSize)) {
-        return error;
+        // One who was taking it over may have been killed just before.
+        const bool isAlive = file.OthersAt(ObjectByte::Life) == ObjectFile::Others::Reading;
+        return isAlive ? error : kTryAgain;
     }
     if (const DWORD error = Prepare(file, facts)) {
         return error;
     }
-    file.Unlock(ObjectByte::Gate);
     Keep(std::move(file));
     return ERROR_ALREADY_EXISTS;
 }

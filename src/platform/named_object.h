@@ -1,10 +1,16 @@
 // Objects that processes share by name: there with the first holder, gone with the last, however
 // that one ends.
 //
-// An object is a file in memory. Every holder keeps a lock on its byte of life, which the kernel
-// drops with the holder; who finds that byte free has found what a dead process left over. Looking
-// at it and unlinking are done while holding the lock on another byte, the gate. The locks belong
-// to the open file, so a forked child holds what its parent held, without doing anything for it.
+// An object is a file in memory, which has its name when it is complete. Every holder keeps a read
+// lock on its byte of life, which the kernel drops with the holder; who finds that byte free has
+// found what a dead process left over. Unlinking and taking over are done by the one who has a
+// write lock on it, and before that one on another byte, the gate. The locks belong to the open
+// file, so a forked child holds what its parent held, without doing anything for it.
+//
+// Who finds a read lock of another on the byte of life may take one too, without the gate: even if
+// the other has gone meanwhile, the object was alive when it was found, and nobody has taken it
+// over. Unless it has lost its name, that is. A holder drops his lock before he looks whether
+// others are left, so that of two who go at once the later one finds nobody.
 #pragma once
 
 #include <cstddef>
@@ -70,11 +76,12 @@ protected:
 private:
     DWORD TryOpen(const NamedRequest& request);
     DWORD Create(const NamedRequest& request);
-    DWORD Join(ObjectFile&& file, const FileState& state, const NamedRequest& request);
+    DWORD Join(ObjectFile&& file, const NamedRequest& request);
     DWORD TakeOver(ObjectFile&& file, const FileState& state, const NamedRequest& request);
 
     ObjectPath m_path;
-    unsigned m_forks = 0; // that this process had seen when the file was opened
+    unsigned m_forks = 0;   // that this process had seen when the file was opened
+    bool m_wasHeld = false; // for a moment, and then others may have left it to us to remove it
 };
 
 // The hold of one who needs but the head, mapped.

@@ -231,11 +231,13 @@ void ObjectFile::Unlock(ObjectByte byte) const
     Lock(byte, F_UNLCK);
 }
 
-bool ObjectFile::IsLockedByOthers(ObjectByte byte) const
+ObjectFile::Others ObjectFile::OthersAt(ObjectByte byte) const
 {
     struct flock lock = RequestOf(byte, F_WRLCK);
-    return Retried([&] { return fcntl(m_file, F_OFD_GETLK, &lock); }) != 0 ||
-           lock.l_type != F_UNLCK;
+    if (Retried([&] { return fcntl(m_file, F_OFD_GETLK, &lock); }) != 0 || lock.l_type == F_UNLCK) {
+        return Others::None;
+    }
+    return lock.l_type == F_RDLCK ? Others::Reading : Others::Writing;
 }
 
 DWORD ObjectFile::Look(FileState* state) const
@@ -259,18 +261,21 @@ bool ObjectFile::IsAt(const ObjectPath& path, const FileIdentity& identity)
 DWORD ObjectFile::Test(std::u16string_view name, NamedKind kind, const FileState& state,
                        std::uint64_t* dataSize) const
 {
-    NamedHead head = {};
-    if (Retried([&] { return pread(m_file, &head, sizeof head, 0); }) < 0) {
+    NamedHead head;
+    const auto count = Retried([&] { return pread(m_file, &head, sizeof head, 0); });
+    if (count < 0) {
         return LastErrno();
     }
-    // A short file leaves zeros in the head, or too few bytes for it.
-    const bool isWhole =
-        state.size >= kNamedHeadSize && head.dataSize <= state.size - kNamedHeadSize;
+    const bool isWhole = count == static_cast<ssize_t>(sizeof head) &&
+                         state.size >= kNamedHeadSize &&
+                         head.dataSize <= state.size - kNamedHeadSize;
     const bool isOne = isWhole && head.magic == kMagic && head.version == kVersion &&
                        head.kind == kind && head.nameUnits <= kMaxObjectName;
+    if (!isOne || std::u16string_view(head.name, head.nameUnits) != name) {
+        return ERROR_INVALID_HANDLE;
+    }
     *dataSize = head.dataSize;
-    return isOne && std::u16string_view(head.name, head.nameUnits) == name ? ERROR_SUCCESS
-                                                                           : ERROR_INVALID_HANDLE;
+    return ERROR_SUCCESS;
 }
 
 NamedHead* ObjectFile::MapHead() const

@@ -96,8 +96,14 @@ public:
     DWORD LockForWriting(ObjectByte byte) const;
     DWORD LockForReading(ObjectByte byte) const;
     void Unlock(ObjectByte byte) const;
-    // Whether another open file has a lock of any kind there.
-    bool IsLockedByOthers(ObjectByte byte) const;
+    // What other open files have there: nothing as well if that cannot be found out.
+    enum class Others
+    {
+        None,
+        Reading,
+        Writing,
+    };
+    Others OthersAt(ObjectByte byte) const;
 
     // Error 6 for what is no plain file.
     DWORD Look(FileState* state) const;
