@@ -1,0 +1,407 @@
+// Shared memory between real processes.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <qvcore6/result.h>
+#include <qvcore6/semaphore.h>
+#include <qvcore6/sharedmem.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/child_process.h"
+
+using namespace qv::test;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr uint32_t kBoth = QV_FILE_READ | QV_FILE_WRITE;
+constexpr uint32_t kSize = 5000;
+
+using Words = std::atomic<int>;
+
+std::string FileOf(const std::string& name)
+{
+    return "/dev/shm/qvc.SHM:" + name;
+}
+
+QVRESULT Open(const std::string& name, uint32_t flags, QVHandle* handle, uint32_t size = kSize)
+{
+    return QVSharedMemOpen(name.c_str(), flags, 0, size, handle);
+}
+
+// A view without its handle; null if there is no such section.
+Words* View(const std::string& name, uint32_t flags = QV_FILE_CREATE, QVRESULT* result = nullptr)
+{
+    QVHandle handle;
+    void* view = nullptr;
+    const QVRESULT opened = Open(name, flags, &handle);
+    if (opened >= 0) {
+        QVSharedMemAttach(handle, (flags & QV_FILE_READ) != 0 ? QV_FILE_READ : kBoth, &view);
+        QVSharedMemClose(handle);
+    }
+    if (result != nullptr) {
+        *result = opened;
+    }
+    return static_cast<Words*>(view);
+}
+
+QVRESULT Probe(const std::string& name, uint32_t flags = 0)
+{
+    QVHandle handle;
+    const QVRESULT result = Open(name, flags, &handle);
+    EXPECT_EQ(result < 0, handle == QV_HANDLE_NONE);
+    QVSharedMemClose(handle);
+    return result;
+}
+
+class SharedMemory : public testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        for (const auto& entry : fs::directory_iterator("/dev/shm")) {
+            EXPECT_EQ(std::string::npos, entry.path().string().find(OwnName(""))) << entry;
+        }
+        EXPECT_EQ(m_descriptors, CountDescriptors());
+    }
+    const std::ptrdiff_t m_descriptors = CountDescriptors();
+};
+
+TEST_F(SharedMemory, IsOpenedAndCreatedByItsFlags)
+{
+    constexpr uint32_t kExclusive = QV_FILE_CREATE | QV_FILE_EXCLUSIVE;
+    const struct
+    {
+        uint32_t flags;
+        QVRESULT missing;
+        QVRESULT existing;
+        QVRESULT toWrite; // of a view
+    } rows[] = {
+        {0, QV_E_FILE_NOT_FOUND, QV_S_CREATED, E_ACCESSDENIED},
+        {QV_FILE_READ, QV_E_FILE_NOT_FOUND, QV_S_CREATED, E_ACCESSDENIED},
+        {QV_FILE_WRITE, QV_E_FILE_NOT_FOUND, QV_S_CREATED, S_OK},
+        {kBoth | QV_FILE_TRUNCATE, QV_E_FILE_NOT_FOUND, QV_S_CREATED, S_OK},
+        {QV_FILE_CREATE | QV_FILE_READ, QV_S_CREATED, S_OK, S_OK},
+        {QV_FILE_EXCLUSIVE, QV_S_CREATED, S_OK, S_OK},
+        {kExclusive, QV_S_CREATED, E_FAIL, E_HANDLE},
+    };
+    const std::string name = OwnName("flags");
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.missing, Probe(name, row.flags)) << row.flags;
+        QVHandle holder;
+        ASSERT_EQ(QV_S_CREATED, Open(name, kExclusive, &holder));
+        EXPECT_EQ(S_OK, Probe(name, QV_FILE_CREATE)); // whose mark is none of the next one's
+        QVHandle handle;
+        EXPECT_EQ(row.existing, Open(name, row.flags, &handle, 9 * kSize)) << row.flags;
+        void* view = nullptr;
+        EXPECT_EQ(row.toWrite, QVSharedMemAttach(handle, QV_FILE_WRITE, &view)) << row.flags;
+        EXPECT_EQ(row.toWrite == S_OK ? S_OK : E_FAIL, QVSharedMemDetach(view));
+        QVSharedMemClose(handle);
+        EXPECT_EQ(S_OK, QVSharedMemClose(holder));
+        EXPECT_EQ(E_HANDLE, QVSharedMemClose(holder));
+    }
+    QVHandle none;
+    EXPECT_EQ(E_FAIL, Open(name, QV_FILE_CREATE, &none, 0));
+    EXPECT_EQ(E_INVALIDARG, QVSharedMemOpen(nullptr, QV_FILE_CREATE, 0, 1, &none));
+}
+
+TEST_F(SharedMemory, IsOneMemoryInAllViews)
+{
+    const std::string name = OwnName("views");
+    QVHandle handle;
+    ASSERT_EQ(QV_S_CREATED, Open(name, QV_FILE_CREATE, &handle));
+    void* views[3];
+    const uint32_t flags[] = {kBoth, QV_FILE_WRITE, QV_FILE_READ};
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(S_OK, QVSharedMemAttach(handle, flags[i], &views[i]));
+        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(views[i]) % 4096);
+    }
+    EXPECT_EQ(0, static_cast<char*>(views[2])[kSize - 1]);
+    static_cast<char*>(views[0])[kSize - 1] = 7;
+    EXPECT_EQ(7, static_cast<char*>(views[2])[kSize - 1]);
+    EXPECT_EQ(kSize + 4096, fs::file_size(FileOf(name))); // its own, with the head
+    // A write to the view to read; the same by one who could write elsewhere.
+    int status = 0;
+    const pid_t faulting = fork();
+    if (faulting == 0) {
+        signal(SIGSEGV, SIG_DFL);
+        *static_cast<volatile char*>(views[2]) = 1;
+        _exit(0);
+    }
+    waitpid(faulting, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV);
+
+    void* untouched = &status;
+    for (const uint32_t wrong : {0u, kBoth | QV_FILE_CREATE, QV_FILE_READ | 1u}) {
+        EXPECT_EQ(E_FAIL, QVSharedMemAttach(handle, wrong, &untouched));
+    }
+    const int foreign = open("/dev/zero", O_RDWR | O_CLOEXEC);
+    for (const QVHandle wrong : {QV_HANDLE_NONE, foreign, foreign + 1, 0x7FFFFFFF}) {
+        EXPECT_EQ(E_HANDLE, QVSharedMemAttach(wrong, QV_FILE_READ, &untouched));
+    }
+    close(foreign);
+    EXPECT_EQ(&status, untouched);
+    EXPECT_EQ(E_FAIL, QVSharedMemDetach(static_cast<char*>(views[0]) + 4096));
+    for (void* const view : views) {
+        EXPECT_EQ(S_OK, QVSharedMemDetach(view));
+        EXPECT_EQ(E_FAIL, QVSharedMemDetach(view));
+    }
+    QVSharedMemClose(handle);
+    // A number that the host closed by itself and that has become another file's.
+    ASSERT_EQ(QV_S_CREATED, Open(name, QV_FILE_CREATE, &handle));
+    close(handle);
+    const int again = open("/dev/zero", O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(handle, again);
+    EXPECT_EQ(S_OK, QVSharedMemClose(again));
+}
+
+TEST_F(SharedMemory, LivesAsLongAsItsLastHandleAndView)
+{
+    const std::string name = OwnName("life");
+    for (const bool isForked : {false, true}) {
+        auto& told = MakeShared<std::atomic<int>>();
+        Words* view = isForked ? View(name) : nullptr;
+        // Shares the view of a fork, or opens the section for itself.
+        Child other([&] {
+            Words* own = view;
+            bool good = Becomes([&] { return told == 1; });
+            own = isForked ? own : View(name, QV_FILE_WRITE);
+            good = good && *own == 5 && told.exchange(2) == 1 && Becomes([&] { return told == 3; });
+            good = good && Probe(name) == QV_S_CREATED && *own == 6;
+            return QVSharedMemDetach(own) == S_OK && good;
+        });
+        view = isForked ? view : View(name);
+        *view = 5;
+        told = 1;
+        ASSERT_TRUE(Becomes([&] { return told == 2; }));
+        EXPECT_EQ(S_OK, Probe(name, QV_FILE_CREATE));
+        *view = 6;
+        QVSharedMemDetach(view);
+        told = 3;
+        EXPECT_TRUE(other.Succeeded());
+        EXPECT_FALSE(fs::exists(FileOf(name)));
+    }
+    // The handles of a fork, and one who is killed.
+    QVHandle handle;
+    ASSERT_EQ(QV_S_CREATED, Open(name, QV_FILE_CREATE, &handle));
+    Child killed([&] { return pause() == 0; });
+    QVSharedMemClose(handle);
+    EXPECT_EQ(QV_S_CREATED, Probe(name));
+    killed.Kill();
+    EXPECT_EQ(QV_E_FILE_NOT_FOUND, Probe(name));
+    // Another's left-over is no memory of the next one's.
+    Child leaving([&] { return ++*View(name) == 1; });
+    EXPECT_TRUE(leaving.Succeeded());
+    EXPECT_TRUE(fs::exists(FileOf(name)));
+    QVRESULT result;
+    Words* const fresh = View(name, QV_FILE_CREATE, &result);
+    EXPECT_EQ(QV_S_CREATED, result);
+    EXPECT_EQ(0, *fresh);
+    QVSharedMemDetach(fresh);
+}
+
+// With handle and view open, one thread more, and one who uses the view later than the library.
+TEST_F(SharedMemory, GoesWithAnEndingProcess)
+{
+    const std::string name = OwnName("exit");
+    static Words* s_view;
+    for (const bool isShared : {false, true}) {
+        Words* const holder = isShared ? View(name) : nullptr;
+        Child ending([&] {
+            std::atexit([] { ++*s_view; });
+            QVHandle handle;
+            Open(name, QV_FILE_CREATE, &handle);
+            s_view = View(name);
+            std::thread([] { pause(); }).detach();
+            std::exit(0);
+            return false;
+        });
+        EXPECT_TRUE(ending.Succeeded());
+        EXPECT_EQ(isShared, fs::exists(FileOf(name)));
+        if (isShared) {
+            EXPECT_EQ(1, *holder);
+            QVSharedMemDetach(holder);
+        }
+    }
+    Child unloading([&] {
+        const fs::path copy = fs::path(QV_TEST_FOLDER) / "unloaded_sharedmem.so";
+        fs::copy_file(QV_TEST_LIBRARY, copy, fs::copy_options::overwrite_existing);
+        void* const library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+        const auto openIn =
+            reinterpret_cast<decltype(&QVSharedMemOpen)>(dlsym(library, "QVSharedMemOpen"));
+        const auto attachIn =
+            reinterpret_cast<decltype(&QVSharedMemAttach)>(dlsym(library, "QVSharedMemAttach"));
+        QVHandle handle;
+        void* view;
+        const bool isOpen = openIn(name.c_str(), QV_FILE_CREATE, 0, 1, &handle) == QV_S_CREATED &&
+                            attachIn(handle, kBoth, &view) == S_OK && Probe(name) == QV_S_CREATED;
+        dlclose(library);
+        *static_cast<char*>(view) = 1;
+        return isOpen && dlopen(copy.c_str(), RTLD_NOW | RTLD_NOLOAD) == nullptr &&
+               !fs::exists(FileOf(name));
+    });
+    EXPECT_TRUE(unloading.Succeeded());
+}
+
+TEST_F(SharedMemory, HasANameOfItsOwn)
+{
+    const std::string longest(256 - OwnName("").size(), 'x'); // with "SHM:" 260
+    std::vector<QVHandle> open;
+    for (const std::string& name : {std::string(), std::string("a/b"), std::string("\xFF"), longest,
+                                    longest.substr(1) + 'y'}) {
+        open.push_back(QV_HANDLE_NONE);
+        EXPECT_EQ(QV_S_CREATED, Open(OwnName(name), QV_FILE_CREATE, &open.back())) << name;
+    }
+    for (const std::string& tooLong : {longest + 'x', std::string(600, 'x')}) {
+        EXPECT_EQ(E_FAIL, Probe(OwnName(tooLong), QV_FILE_CREATE));
+    }
+    EXPECT_EQ(QV_E_FILE_NOT_FOUND, Probe(OwnName("a\\b"), QV_FILE_CREATE));
+    QVSemaphore semaphore;
+    EXPECT_EQ(S_OK, QVNamedSemOpen(OwnName("a/b").c_str(), 1, &semaphore));
+    QVNamedSemClose(semaphore);
+    for (const QVHandle handle : open) {
+        QVSharedMemClose(handle);
+    }
+}
+
+// Anybody may write to the file.
+TEST_F(SharedMemory, SurvivesAHostileHead)
+{
+    const std::string name = OwnName("hostile");
+    QVHandle handle;
+    ASSERT_EQ(QV_S_CREATED, Open(name, QV_FILE_CREATE, &handle, 4096));
+    constexpr off_t kKind = 8;
+    constexpr off_t kDataSize = 536;
+    const auto expectRefused = [&](off_t at, std::uint64_t value) {
+        const int file = open(FileOf(name).c_str(), O_RDWR | O_CLOEXEC);
+        std::uint64_t before = 0;
+        EXPECT_EQ(8, pread(file, &before, sizeof before, at));
+        EXPECT_EQ(8, pwrite(file, &value, sizeof value, at));
+        EXPECT_EQ(E_HANDLE, Probe(name, QV_FILE_CREATE)) << value;
+        EXPECT_EQ(8, pwrite(file, &before, sizeof before, at));
+        close(file);
+    };
+    expectRefused(kKind, 1 + ((name.size() + 4) << 32)); // a semaphore
+    for (const std::uint64_t size : {4097ull, ~0ull, ~0ull - 4095, 1ull << 62}) {
+        expectRefused(kDataSize, size);
+    }
+    void* view;
+    EXPECT_EQ(S_OK, QVSharedMemAttach(handle, kBoth, &view));
+    EXPECT_EQ(QV_S_CREATED, Probe(name));
+    QVSharedMemDetach(view);
+    QVSharedMemClose(handle);
+}
+
+TEST_F(SharedMemory, IsForEveryUserAndWithinTheLimits)
+{
+    const std::string name = OwnName("users");
+    const mode_t before = umask(077);
+    Words* const view = View(name);
+    umask(before);
+    struct stat status = {};
+    stat(FileOf(name).c_str(), &status);
+    EXPECT_EQ(0666u, status.st_mode & 07777);
+    Child other([&] { return (getuid() != 0 || setuid(1000) == 0) && ++*View(name) == 1; });
+    EXPECT_TRUE(other.Succeeded());
+    EXPECT_EQ(1, *view);
+    QVSharedMemDetach(view);
+    Child limited([&] {
+        const rlimit low = {16, 16};
+        setrlimit(RLIMIT_NOFILE, &low);
+        std::vector<QVHandle> open(16, QV_HANDLE_NONE);
+        std::size_t count = 0;
+        while (Open(name, QV_FILE_CREATE, &open[count]) >= 0) {
+            ++count;
+        }
+        for (const QVHandle handle : open) {
+            QVSharedMemClose(handle);
+        }
+        QVHandle none;
+        const rlimit small = {1 << 20, 1 << 20};
+        setrlimit(RLIMIT_FSIZE, &small); // beyond which a write would end the process
+        return count > 5 && CountDescriptors() == m_descriptors &&
+               Open(name, QV_FILE_CREATE, &none, 1 << 20) == E_FAIL && !fs::exists(FileOf(name));
+    });
+    EXPECT_TRUE(limited.Succeeded());
+}
+
+// Never two sections of one name at a time: a lock in the section keeps all but one out.
+TEST_F(SharedMemory, IsOneHoweverManyCreateIt)
+{
+    const std::string name = OwnName("race");
+    struct Seen
+    {
+        std::atomic<int> inside;
+        std::atomic<long> created;
+        std::atomic<long> joined;
+    };
+    auto& seen = MakeShared<Seen>();
+    const auto end = StressEnd();
+    const auto race = [&] {
+        bool good = true;
+        unsigned rounds = 0;
+        while (good && std::chrono::steady_clock::now() < end) {
+            QVRESULT result;
+            Words* const view = View(name, QV_FILE_CREATE, &result);
+            while (view->exchange(1) != 0) {
+                sched_yield();
+            }
+            good = seen.inside.fetch_add(1) == 0 && sched_yield() == 0 &&
+                   seen.inside.fetch_sub(1) == 1;
+            ++(result == QV_S_CREATED ? seen.created : seen.joined);
+            *view = 0;
+            good = QVSharedMemDetach(view) == S_OK && good;
+            usleep(rounds++ * 7919 % 200); // for all to be gone at times
+        }
+        return good;
+    };
+    Child racers[] = {Child(race), Child(race), Child(race)};
+    for (Child& racer : racers) {
+        EXPECT_TRUE(racer.Succeeded());
+    }
+    EXPECT_GT(seen.created, 100);
+    EXPECT_GT(seen.joined, 100);
+}
+
+// What is new is empty, whoever was killed when.
+TEST_F(SharedMemory, StartsAnewAfterItsHoldersWereKilled)
+{
+    const std::string name = OwnName("kills");
+    auto& rounds = MakeShared<std::atomic<long>>();
+    auto& failures = MakeShared<std::atomic<long>>();
+    const auto use = [&] {
+        for (;; ++rounds) {
+            QVRESULT result;
+            Words* const view = View(name, QV_FILE_CREATE, &result);
+            if (view == nullptr || (result == QV_S_CREATED && view[1].exchange(1) != 0)) {
+                ++failures;
+            }
+            QVSharedMemDetach(view);
+        }
+        return false;
+    };
+    std::minstd_rand random(1);
+    Child steady(use);
+    long kills = 0;
+    for (const auto end = StressEnd(); std::chrono::steady_clock::now() < end; ++kills) {
+        Child victim(use);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+    }
+    EXPECT_EQ(0, failures);
+    EXPECT_GT(rounds, 100);
+    steady.Kill();
+    Probe(name); // what the killed have left
+    RecordProperty("kills", std::to_string(kills));
+}
+
+} // namespace
