@@ -22,7 +22,7 @@ BOOL CloseHandle(Descriptor descriptor)
         return kTrue;
     }
     MarkPlain(descriptor, false);
-    const RecordHold<DescriptorRecord> record = TakeRecord(descriptor);
+    const RecordHold<DescriptorRecord> record = TakeRecordToClose(descriptor);
     const DWORD error = record ? record->Close(descriptor) : CloseDescriptor(descriptor);
     EndDescriptor(descriptor);
     if (error != ERROR_SUCCESS) {

@@ -129,6 +129,31 @@ bool IsPlain(Descriptor descriptor)
     return number < std::size(g_isPlain) && g_isPlain[number].load(std::memory_order_relaxed);
 }
 
+RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor, const DescriptorRecord& record)
+{
+    std::atomic<DescriptorRecord*>* const slot = SlotOf(descriptor);
+    const SectionHold locked(&g_lock);
+    if (slot == nullptr || slot->load(std::memory_order_relaxed) != &record) {
+        return {};
+    }
+    return RecordHold<DescriptorRecord>::Adopt(slot->exchange(nullptr, std::memory_order_acq_rel));
+}
+
+RecordHold<DescriptorRecord> TakeRecordToClose(Descriptor descriptor)
+{
+    std::atomic<DescriptorRecord*>* const slot = SlotOf(descriptor);
+    if (!HasRecord(slot)) {
+        return {};
+    }
+    const SectionHold locked(&g_lock);
+    DescriptorRecord* const record = slot->load(std::memory_order_relaxed);
+    if (record != nullptr && record->IsTakenByClose()) {
+        return RecordHold<DescriptorRecord>(record);
+    }
+    slot->store(nullptr, std::memory_order_release);
+    return RecordHold<DescriptorRecord>::Adopt(record);
+}
+
 void EndRecords()
 {
     const SectionHold locked(&g_lock);

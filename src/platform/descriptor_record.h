@@ -35,6 +35,8 @@ public:
     DescriptorKind Kind() const { return m_kind; }
     // The handle goes: everything that ends with it, the descriptor included. 0 or an error number.
     virtual DWORD Close(Descriptor descriptor) = 0;
+    // Whether Close takes the record out of the table itself: no fork comes between the two.
+    virtual bool IsTakenByClose() const { return false; }
     // The process or this module ends with the handle open. Others may be using the record.
     virtual void OnEnd() {}
     // Whether the number is another descriptor's by now, or nobody's.
@@ -124,6 +126,11 @@ void BeginDescriptor(Descriptor descriptor);
 // Whether writing to it can raise no signal, as far as the layer knows. Until it is closed.
 void MarkPlain(Descriptor descriptor, bool isPlain);
 bool IsPlain(Descriptor descriptor);
+
+// As the record wants it, for Close.
+RecordHold<DescriptorRecord> TakeRecordToClose(Descriptor descriptor);
+// Empty if another record stands there.
+RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor, const DescriptorRecord& record);
 
 // Empty if there is none of this type.
 template <class Record> RecordHold<Record> FindRecordOf(Descriptor descriptor)

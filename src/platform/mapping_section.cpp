@@ -47,7 +47,12 @@ DWORD SectionRecord::Close(Descriptor descriptor)
 {
     const KeepErrno keep;
     const NoCancellation noCancellation;
+    RecordHold<DescriptorRecord> taken; // goes after the lock
     const NamedObjectsHold locked;
+    taken = TakeRecord(descriptor, *this);
+    if (!taken) {
+        return ERROR_INVALID_HANDLE; // another thread was quicker
+    }
     const bool hasViews = SectionViews::CloseHandle(*this);
     // Of a number that has become another file's, only the number is of interest.
     if (m_isListed && !hasViews && IsHandle(descriptor)) {

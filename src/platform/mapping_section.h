@@ -24,6 +24,7 @@ public:
     bool IsHandle(Descriptor descriptor) const;
 
     DWORD Close(Descriptor descriptor) override;
+    bool IsTakenByClose() const override { return true; }
 
 private:
     friend class SectionViews;
