@@ -12,8 +12,8 @@ namespace qv::platform
 namespace
 {
 
-constexpr std::size_t kSlots = 256; // of a chunk
-constexpr std::size_t kChunks = 4096;
+constexpr std::uint32_t kSlots = 256; // of a chunk
+constexpr std::uint32_t kChunks = 4096;
 
 struct Chunk
 {
