@@ -42,6 +42,7 @@ int g_naps = 0;
 int g_napsUntilOpen = 0;
 int g_gate = -1;
 off_t g_lastUnlocked = 0;
+HANDLE g_leaving = nullptr; // closed in the middle of the next opening, which then fails
 std::atomic<bool> g_forksAreSlow = false;
 
 template <class Call, class Result = int> Result OrFail(Call call, Result failure = -1)
@@ -56,7 +57,11 @@ template <class Call, class Result = int> Result OrFail(Call call, Result failur
 // Before the library's own, so that a fork comes here with the library standing still.
 [[gnu::constructor(101)]] void SlowForksDown()
 {
-    const auto slowDown = [] { usleep(g_forksAreSlow ? 1000 : 0); };
+    const auto slowDown = [] {
+        if (g_forksAreSlow) {
+            usleep(1000);
+        }
+    };
     pthread_atfork(slowDown, nullptr, nullptr);
 }
 
@@ -100,6 +105,11 @@ extern "C"
     }
     void* __wrap_mmap(void* at, size_t size, int rights, int flags, int file, off_t offset)
     {
+        if (g_leaving != nullptr) {
+            CloseHandle(std::exchange(g_leaving, nullptr));
+            errno = ENOMEM;
+            return MAP_FAILED;
+        }
         return OrFail([&] { return __real_mmap(at, size, rights, flags, file, offset); },
                       MAP_FAILED);
     }
@@ -199,6 +209,11 @@ TEST(NamedObject, LeavesNothingBehindWhenACallFails)
         CloseHandle(holder);
         fs::remove(file);
     }
+    // The last holder goes, and sees one who is about to join, but fails.
+    HANDLE const leaving = Open(name);
+    g_leaving = leaving;
+    EXPECT_EQ(nullptr, Open(name));
+    EXPECT_FALSE(fs::exists(file));
     const long blocks = LiveBlocks();
     EXPECT_EQ(1, SweepAllocations([&] { CloseHandle(Open(name)); }, [](long, bool) {}));
     EXPECT_EQ(blocks, LiveBlocks());
@@ -366,9 +381,17 @@ TEST(NamedObject, IsWholeOrNotThereInAForkedChild)
             UseSection(name);
         }
     });
-    g_forksAreSlow = true;
+    std::thread viewer([&] {
+        QVHandle handle;
+        QVSharedMemOpen(name.c_str(), QV_FILE_CREATE, 0, 1, &handle);
+        for (void* view = nullptr; !done; QVSharedMemDetach(view)) {
+            QVSharedMemAttach(handle, QV_FILE_READ, &view);
+        }
+        QVSharedMemClose(handle);
+    });
     const auto forkOften = [&] {
-        for (int i = 0; i < 40; ++i) {
+        for (int i = 0; i < 60; ++i) {
+            g_forksAreSlow = i % 2 != 0;
             Child child([&] {
                 alarm(20); // for a lock of a thread that is not here
                 CloseHandle(Open(name));
@@ -383,6 +406,7 @@ TEST(NamedObject, IsWholeOrNotThereInAForkedChild)
     g_forksAreSlow = false;
     done = true;
     opener.join();
+    viewer.join();
     CloseHandle(Open(name)); // what a child may have held at its end
     UseSection(name);
     EXPECT_FALSE(fs::exists("/dev/shm/qvc." + name));
