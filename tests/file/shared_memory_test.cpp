@@ -346,7 +346,7 @@ TEST_F(SharedMemory, IsOneHoweverManyCreateAndCloseIt)
             }
         }
     };
-    constexpr int kRounds = 2000;
+    constexpr int kRounds = 6000;
     const auto race = [&] {
         bool good = true;
         for (int round = 1; round <= kRounds; ++round) {
