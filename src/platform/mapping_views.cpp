@@ -1,6 +1,8 @@
 #include "platform/mapping_views.h"
 
 #include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -52,6 +54,19 @@ std::unique_ptr<View> TakeFrom(View** place)
         *place = view->next;
     }
     return view;
+}
+
+// Past the C library: checkers of memory and of races, which put themselves in its place, would
+// take it for new memory and for a write beside those who use it.
+void MapAgain(void* base, std::size_t length, int rights, int file)
+{
+    constexpr int kFlags = MAP_SHARED | MAP_FIXED;
+#ifdef SYS_mmap2
+    constexpr long kUnit = 4096;
+    syscall(SYS_mmap2, base, length, rights, kFlags, file, kNamedHeadSize / kUnit);
+#else
+    syscall(SYS_mmap, base, length, rights, kFlags, file, kNamedHeadSize);
+#endif
 }
 
 } // namespace
@@ -119,8 +134,8 @@ void SectionViews::Exchange(const SectionRecord& section, int file)
     for (View* const row : g_rows) {
         for (View* view = row; view != nullptr; view = view->next) {
             if (&*view->section == &section) {
-                mmap(view->base, view->length, view->rights, MAP_SHARED | MAP_FIXED, file,
-                     kNamedHeadSize);
+                // One that fails keeps what it has.
+                MapAgain(view->base, view->length, view->rights, file);
             }
         }
     }

@@ -329,7 +329,7 @@ TEST_F(SharedMemory, IsOneHoweverManyCreateAndCloseIt)
             }
         }
     };
-    constexpr int kRounds = 6000;
+    constexpr int kRounds = 3000;
     const auto race = [&] {
         bool good = true;
         for (int round = 1; round <= kRounds; ++round) {
