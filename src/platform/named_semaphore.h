@@ -57,8 +57,9 @@ private:
     // Takes a unit if there is one; seen is the word as it was last.
     static bool Take(std::atomic<std::uint32_t>& word, std::uint32_t& seen, std::uint32_t marks);
 
-    std::uint32_t m_maximum = 0; // the creator's
     NamedHeadHold m_object;
+    // The creator's; here it shares a cache line with the address of the head.
+    std::uint32_t m_maximum = 0;
 };
 
 // The named form of CreateSemaphoreA, counts already tested. The last error is 183 if the object
