@@ -126,11 +126,11 @@ QV_EXPORT QVRESULT QVFileSeek64(QVHandle handle, int64_t offset, uint32_t origin
 
 /*
  * Locks length bytes from offset, which need not exist; lockFlags are QV_LOCK_.... Locks hold
- * between handles, also of one process, bind only those who lock as well, and end when the handle is
- * closed; a wait that this happens to ends with E_HANDLE.
- * A range that meets one that this handle has locked is refused at once, unless both are shared. 0
- * bytes lock nothing. E_FAIL if the range is not free; E_ACCESSDENIED for a file that may be only
- * read, and is to be locked without QV_LOCK_SHARED.
+ * between handles, also of one process, bind only those who lock as well, and end when the handle
+ * is closed; a wait that this happens to ends with E_HANDLE. A range that meets one that this
+ * handle has locked is refused at once, unless both are shared. 0 bytes lock nothing. E_FAIL if the
+ * range is not free; E_ACCESSDENIED for a file that may be only read, and is to be locked without
+ * QV_LOCK_SHARED.
  */
 QV_EXPORT QVRESULT QVFileLock(QVHandle handle, uint32_t offset, uint32_t length,
                               uint32_t lockFlags);

@@ -21,7 +21,7 @@ struct Request
     DWORD access;
     DWORD attributes;
     bool isMadeHere = false; // an empty file that has been made for this handle
-    WCHAR name[MAX_PATH]; // to be filled in
+    WCHAR name[MAX_PATH];    // to be filled in
 };
 
 DWORD DispositionOf(uint32_t flags)

@@ -48,18 +48,9 @@ bool Fails(const char* call)
 
 extern "C"
 {
-    int __real_open(const char* path, int flags, ...);
     decltype(statx) __real_statx;
     long __real_syscall(long number, ...);
 
-    int __wrap_open(const char* path, int flags, ...)
-    {
-        va_list arguments;
-        va_start(arguments, flags);
-        const mode_t mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-        return Fails("open") ? -1 : __real_open(path, flags, mode);
-    }
     int __wrap_statx(int folder, const char* path, int flags, unsigned mask, struct statx* result)
     {
         return Fails("statx") ? -1 : __real_statx(folder, path, flags, mask, result);
@@ -73,7 +64,8 @@ extern "C"
             argument = va_arg(arguments, long);
         }
         va_end(arguments);
-        return number == SYS_getdents64 && Fails("getdents")
+        return (number == SYS_openat && Fails("open")) ||
+                       (number == SYS_getdents64 && Fails("getdents"))
                    ? -1
                    : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
     }
