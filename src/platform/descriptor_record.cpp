@@ -73,6 +73,20 @@ DWORD PutRecord(Descriptor descriptor, RecordHold<DescriptorRecord> record)
     return ERROR_SUCCESS;
 }
 
+bool HasRoomFor(Descriptor descriptor)
+{
+    return SlotOf(descriptor) != nullptr;
+}
+
+DWORD MakeRoomFor(Descriptor descriptor)
+{
+    if (static_cast<std::uint32_t>(descriptor) >= kSlots * kChunks) {
+        return ERROR_TOO_MANY_OPEN_FILES;
+    }
+    const SectionHold locked(&g_lock);
+    return MakeSlot(descriptor) != nullptr ? ERROR_SUCCESS : ERROR_OUTOFMEMORY;
+}
+
 RecordHold<DescriptorRecord> FindRecord(Descriptor descriptor)
 {
     std::atomic<DescriptorRecord*>* const slot = SlotOf(descriptor);
@@ -98,13 +112,8 @@ RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor)
 void EndDescriptor(Descriptor descriptor)
 {
     const RecordHold<DescriptorRecord> found = FindRecord(descriptor);
-    RecordHold<DescriptorRecord> taken;
     if (found && found->IsLeftBehind(descriptor)) {
-        const SectionHold locked(&g_lock);
-        DescriptorRecord* expected = &*found;
-        if (SlotOf(descriptor)->compare_exchange_strong(expected, nullptr)) {
-            taken = RecordHold<DescriptorRecord>::Adopt(expected);
-        }
+        TakeRecord(descriptor, *found);
     }
 }
 

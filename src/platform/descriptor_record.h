@@ -111,10 +111,17 @@ private:
 // above a million, and the table would grow too large.
 DWORD PutRecord(Descriptor descriptor, RecordHold<DescriptorRecord> record);
 
+// Whether PutRecord for this number would need no memory. Safe between clone and exec.
+bool HasRoomFor(Descriptor descriptor);
+// Sees to that. 0, or an error number of PutRecord's.
+DWORD MakeRoomFor(Descriptor descriptor);
+
 // Empty if there is none.
 RecordHold<DescriptorRecord> FindRecord(Descriptor descriptor);
 // The same, out of the table: for the one who closes the descriptor.
 RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor);
+// Only this one, else empty.
+RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor, const DescriptorRecord& record);
 
 // The descriptor has been closed: what another thread's call has put under its number meanwhile
 // goes.
@@ -129,8 +136,6 @@ bool IsPlain(Descriptor descriptor);
 
 // As the record wants it, for Close.
 RecordHold<DescriptorRecord> TakeRecordToClose(Descriptor descriptor);
-// Empty if another record stands there.
-RecordHold<DescriptorRecord> TakeRecord(Descriptor descriptor, const DescriptorRecord& record);
 
 // Empty if there is none of this type.
 template <class Record> RecordHold<Record> FindRecordOf(Descriptor descriptor)

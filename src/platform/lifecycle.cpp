@@ -13,6 +13,7 @@
 #include "platform/descriptor_record.h"
 #include "platform/diagnostics.h"
 #include "platform/file_locks.h"
+#include "platform/held_process.h"
 #include "platform/library_counts.h"
 #include "platform/mapping.h"
 #include "platform/named_object.h"
@@ -90,6 +91,7 @@ void PrepareFork()
         HoldNamedObjects();
         CountFork();
         HoldFileLocks();
+        HoldProcesses();
         HoldRecords();
         HoldViews();
         HoldLog();
@@ -107,6 +109,7 @@ void EndFork(ForkStage stage)
         ReleaseLog(stage == ForkStage::Child);
         ReleaseViews();
         ReleaseRecords();
+        ReleaseProcesses(stage == ForkStage::Child);
         ReleaseFileLocks();
         ReleaseNamedObjects();
         ForkNotification(stage);
@@ -133,6 +136,7 @@ void EndFork(ForkStage stage)
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         EndRecords();
         EndSections();
+        ForgetOrphans();
         ForgetRecords();
         ForgetViews();
         CloseNamedObjects();

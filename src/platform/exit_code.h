@@ -1,0 +1,27 @@
+// How a process ended.
+//
+// Only the process of this very handle is ever waited for: other children are the host's.
+#pragma once
+
+#include "platform/descriptor_record.h"
+#include "platform/types.h"
+
+namespace qv::platform
+{
+
+// Of one that somebody else has waited for, or whose end the system keeps from us.
+inline constexpr DWORD kUnknownExitCode = 0xFFFFFFFF;
+
+// STILL_ACTIVE while it runs, else the code; a child of this process is gone after that, and is
+// not asked for again. Returns 0, or 6 for what is no process. Never blocks for long.
+//
+// The code is the status, 0 to 255, or 128 plus the number of the signal that ended the process.
+DWORD TakeExitCode(Descriptor process, DWORD* code);
+
+// Whether the descriptor is the handle of a process.
+bool IsProcess(Descriptor descriptor);
+
+// Waits for the end of a child that has not become a program. It leaves nothing.
+void ReapStillborn(Descriptor process);
+
+} // namespace qv::platform

@@ -1,0 +1,239 @@
+#include "platform/held_process.h"
+
+#include <atomic>
+#include <utility>
+
+#include "platform/descriptor_handle.h"
+#include "platform/error.h"
+#include "platform/exit_code.h"
+#include "platform/section_hold.h"
+#include "platform/thread.h"
+
+namespace qv::platform
+{
+
+namespace
+{
+
+// Held for what stands in the records and for the list of orphans, never while something waits.
+constinit CRITICAL_SECTION g_lock{};
+
+// Counts the forks that led to this process: uses of other generations ended with their threads.
+constinit std::uint32_t g_generation = 0;
+
+} // namespace
+
+// Children that are given up and run on. Each holds a use of its record.
+class Orphans
+{
+public:
+    static bool AreNone() { return s_first.load(std::memory_order_relaxed) == nullptr; }
+
+    static void Add(ProcessRecord& child)
+    {
+        ++child.m_uses;
+        child.m_nextOrphan = s_first.load(std::memory_order_relaxed);
+        s_first.store(&child, std::memory_order_relaxed);
+        RecordHold<ProcessRecord>(&child).Release();
+    }
+
+    // Lets go of those for whom the test is true.
+    template <class Test> static void Remove(Test test)
+    {
+        ProcessRecord* kept = nullptr;
+        ProcessRecord* next = s_first.load(std::memory_order_relaxed);
+        while (ProcessRecord* const orphan = next) {
+            next = orphan->m_nextOrphan;
+            if (test(*orphan)) {
+                const auto hold = RecordHold<ProcessRecord>::Adopt(orphan);
+                orphan->EndUse();
+            } else {
+                orphan->m_nextOrphan = std::exchange(kept, orphan);
+            }
+        }
+        s_first.store(kept, std::memory_order_relaxed);
+    }
+
+private:
+    static constinit std::atomic<ProcessRecord*> s_first; // changed under the lock
+};
+
+constinit std::atomic<ProcessRecord*> Orphans::s_first{nullptr};
+
+void ProcessRecord::Set(Descriptor process, DWORD id, bool isChild)
+{
+    m_process = process;
+    m_id = id;
+    m_isChild = isChild;
+    m_generation = g_generation;
+}
+
+DWORD ProcessRecord::BeginUse()
+{
+    if (m_isGivenUp) {
+        return ERROR_INVALID_HANDLE;
+    }
+    if (std::exchange(m_generation, g_generation) != g_generation) {
+        m_uses = 0;
+        m_isChild = false;
+    }
+    ++m_uses;
+    return ERROR_SUCCESS;
+}
+
+void ProcessRecord::EndUse()
+{
+    if (--m_uses == 0 && m_isGivenUp) {
+        m_isClosed = true;
+        CloseDescriptor(m_process);
+        TakeRecord(m_process, *this);
+    }
+}
+
+DWORD ProcessRecord::TakeCode(DWORD* code)
+{
+    if (m_isGivenUp) {
+        return ERROR_INVALID_HANDLE;
+    }
+    if (!m_hasEnded) {
+        if (const DWORD error = TakeExitCode(m_process, &m_exitCode)) {
+            return error;
+        }
+        m_hasEnded = m_exitCode != STILL_ACTIVE;
+    }
+    *code = m_exitCode;
+    return ERROR_SUCCESS;
+}
+
+DWORD ProcessRecord::GiveUp()
+{
+    DWORD code = 0;
+    if (const DWORD error = TakeCode(&code)) {
+        return error; // also for a descriptor that the host has closed by itself
+    }
+    m_isGivenUp = true;
+    if (m_isChild && code == STILL_ACTIVE) {
+        Orphans::Add(*this);
+    }
+    return ERROR_SUCCESS;
+}
+
+// The record has just been taken out of the table. It goes back there to mark the number until that
+// is free.
+DWORD ProcessRecord::Close(Descriptor descriptor)
+{
+    {
+        const SectionHold locked(&g_lock);
+        if (m_isClosed) {
+            return CloseDescriptor(descriptor);
+        }
+        PutRecord(descriptor, RecordHold<DescriptorRecord>(this));
+    }
+    return HeldProcess(descriptor).GiveUp();
+}
+
+HeldProcess::HeldProcess(Descriptor process)
+    : m_process(process), m_record(FindRecordOf<ProcessRecord>(process))
+{
+    if (IsKnown()) {
+        const SectionHold locked(&g_lock);
+        m_error = m_record->BeginUse();
+    }
+}
+
+HeldProcess& HeldProcess::operator=(HeldProcess&& other) noexcept
+{
+    std::swap(m_process, other.m_process);
+    std::swap(m_error, other.m_error);
+    m_record = std::move(other.m_record);
+    return *this;
+}
+
+void HeldProcess::End()
+{
+    if (IsKnown() && m_error == ERROR_SUCCESS) {
+        const SectionHold locked(&g_lock);
+        m_record->EndUse();
+    }
+}
+
+DWORD HeldProcess::State() const
+{
+    if (!IsKnown() || m_error != ERROR_SUCCESS) {
+        return m_error;
+    }
+    const SectionHold locked(&g_lock);
+    return m_record->m_isGivenUp ? ERROR_INVALID_HANDLE : ERROR_SUCCESS;
+}
+
+bool HeldProcess::IsChild() const
+{
+    if (!IsKnown()) {
+        return false;
+    }
+    const SectionHold locked(&g_lock);
+    return m_record->m_isChild;
+}
+
+DWORD HeldProcess::TakeCode(DWORD* code)
+{
+    constexpr Descriptor kOwnProcess = -1;
+    if (m_error != ERROR_SUCCESS) {
+        return m_error;
+    }
+    if (IsKnown()) {
+        const SectionHold locked(&g_lock);
+        return m_record->TakeCode(code);
+    }
+    *code = STILL_ACTIVE;
+    return m_process == kOwnProcess ? ERROR_SUCCESS : TakeExitCode(m_process, code);
+}
+
+DWORD HeldProcess::GiveUp()
+{
+    if (m_error != ERROR_SUCCESS) {
+        return m_error;
+    }
+    if (IsKnown()) {
+        const SectionHold locked(&g_lock);
+        return m_record->GiveUp();
+    }
+    return CloseHandle(m_process) != kFalse ? ERROR_SUCCESS : GetLastError();
+}
+
+void SweepOrphans()
+{
+    if (Orphans::AreNone()) {
+        return;
+    }
+    const SectionHold locked(&g_lock);
+    Orphans::Remove([](const ProcessRecord& orphan) {
+        DWORD code = 0;
+        return TakeExitCode(orphan.m_process, &code) != ERROR_SUCCESS || code != STILL_ACTIVE;
+    });
+}
+
+void ForgetOrphans()
+{
+    const SectionHold locked(&g_lock);
+    Orphans::Remove([](const ProcessRecord&) { return true; });
+}
+
+void HoldProcesses()
+{
+    EnterCriticalSection(&g_lock);
+}
+
+void ReleaseProcesses(bool isForkedChild)
+{
+    if (isForkedChild) {
+        ++g_generation;
+        Orphans::Remove([](ProcessRecord& orphan) {
+            orphan.m_uses = 1; // its own; the others were those of threads that are not here
+            return true;
+        });
+    }
+    LeaveCriticalSection(&g_lock);
+}
+
+} // namespace qv::platform
