@@ -19,6 +19,7 @@
 #include <qvcore6/memory.h>
 #include <qvcore6/module.h>
 #include <qvcore6/mutex.h>
+#include <qvcore6/process.h>
 #include <qvcore6/registry.h>
 #include <qvcore6/result.h>
 #include <qvcore6/rwlock.h>

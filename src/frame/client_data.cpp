@@ -37,6 +37,11 @@ CQVModuleManager& ModuleManager()
     return Made(g_globalData.m_moduleManager);
 }
 
+CQVProcessManager& ProcessManager()
+{
+    return Made(g_globalData.m_clientData).m_processManager;
+}
+
 CQVThreadManager& ThreadManager()
 {
     return Made(g_globalData.m_clientData).m_threadManager;

@@ -87,11 +87,13 @@ public:
         Do(m_factories, act);
         Do(m_modules, act);
         Do(m_threads, act);
+        Do(m_processes, act);
         Do(m_statistics, act);
     }
     template <class Act> void Backwards(Act act) const
     {
         Do(m_statistics, act);
+        Do(m_processes, act);
         Do(m_threads, act);
         Do(m_modules, act);
         Do(m_factories, act);
@@ -109,6 +111,7 @@ private:
     CQVFactoryManager* m_factories = m_client != nullptr ? &m_client->m_factoryManager : nullptr;
     CQVModuleManager* m_modules = g_globalData.m_moduleManager;
     CQVThreadManager* m_threads = m_client != nullptr ? &m_client->m_threadManager : nullptr;
+    CQVProcessManager* m_processes = m_client != nullptr ? &m_client->m_processManager : nullptr;
     CQVLockStatManager* m_statistics = g_globalData.m_lockStatManager;
 };
 

@@ -2,11 +2,13 @@
 // so that an export refuses instead of crashing.
 #pragma once
 
+class CQVProcessManager;
 class CQVThreadManager;
 
 namespace qv::core
 {
 
+CQVProcessManager& ProcessManager();
 CQVThreadManager& ThreadManager();
 
 } // namespace qv::core
