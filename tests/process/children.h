@@ -5,11 +5,15 @@
 #include <qvcore6/process.h>
 #include <qvcore6/result.h>
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/child_process.h"
@@ -35,6 +39,9 @@ inline QVRESULT Start(const std::string& arguments, Streams* streams, QVHandle* 
 // A child that runs until its input ends.
 struct Sleeper
 {
+    struct NotYet
+    {};
+    explicit Sleeper(NotYet /*started by the test*/) {}
     Sleeper() { EXPECT_EQ(Start("copy", &streams, &process), S_OK); }
     void Wake()
     {
