@@ -68,7 +68,7 @@ bool LooksAndFindsNoChildren()
 
 TEST(ProcessThreads, OfManyOwnersOneGetsTheChild)
 {
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 30; ++round) {
         const auto descriptors = CountDescriptors();
         Sleeper sleeper;
         std::atomic<int> got{0};
@@ -78,9 +78,9 @@ TEST(ProcessThreads, OfManyOwnersOneGetsTheChild)
             for (int i = 0; i < 8; ++i) {
                 threads.emplace_back([&, i] {
                     uint32_t code = 0;
-                    const QVRESULT result =
-                        i == 7 && round % 2 != 0 ? QVProcessDetach(sleeper.process)
-                                                 : QVProcessJoin(sleeper.process, &code);
+                    const QVRESULT result = i == 7 && round % 2 != 0
+                                                ? QVProcessDetach(sleeper.process)
+                                                : QVProcessJoin(sleeper.process, &code);
                     (result == S_OK ? got : lost) += 1;
                     EXPECT_TRUE(result == S_OK || result == E_HANDLE) << result;
                 });
@@ -97,7 +97,7 @@ TEST(ProcessThreads, OfManyOwnersOneGetsTheChild)
 // Each child goes to somebody, once, though the numbers of their handles come again at once.
 TEST(ProcessThreads, AJoinForAnyBesideOtherOwners)
 {
-    constexpr int kRounds = 150;
+    constexpr int kRounds = 60;
     const auto descriptors = CountDescriptors();
     std::atomic<int> joined{0};
     std::atomic<int> taken{0};
@@ -250,7 +250,7 @@ TEST(ProcessThreads, AHostThatTakesAllEndsOfChildrenLosesNoHandle)
     struct sigaction before = {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGCHLD, &ignore, &before);
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 30; ++round) {
         QVHandle process;
         uint32_t code = 0;
         EXPECT_EQ(Start("exit 5", nullptr, &process), S_OK);
@@ -269,7 +269,7 @@ TEST(ProcessThreads, AHostThatTakesAllEndsOfChildrenLosesNoHandle)
             taken += waitpid(-1, nullptr, WNOHANG) > 0 ? 1 : 0;
         }
     });
-    for (int round = 0; round < 100 || (taken == 0 && round < 5000); ++round) {
+    for (int round = 0; round < 40 || (taken == 0 && round < 5000); ++round) {
         QVHandle process;
         uint32_t code = 0;
         EXPECT_EQ(Start("signal 9", nullptr, &process), S_OK);
@@ -325,7 +325,7 @@ long ResidentPages()
 
 TEST(ProcessThreads, CyclesLeaveNothing)
 {
-    const long cycles = std::getenv("QV_TEST_SECONDS") != nullptr ? 10'000 : 600;
+    const long cycles = std::getenv("QV_TEST_SECONDS") != nullptr ? 10'000 : 300;
     const auto cycle = [] {
         Streams streams = kPipes;
         QVHandle process;

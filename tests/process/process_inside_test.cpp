@@ -1,0 +1,335 @@
+// Starts and waits with each allocation and each system call failing.
+#include "process/children.h"
+
+#include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <cstdarg>
+#include <thread>
+
+#include "platform/collation.h"
+#include "platform/named_object.h"
+#include "support/alloc_faults.h"
+
+using namespace qv::test;
+
+namespace
+{
+
+enum class Call
+{
+    None,
+    Pipe,
+    Fcntl,
+    Map,
+    Clone,
+    CurrentFolder,
+    Wait,
+    Poll,
+    Info,
+};
+
+struct Fault
+{
+    Call call = Call::None;
+    int error = 0;
+    int number = 0; // from 1; this one fails
+};
+
+thread_local Fault t_fault;
+
+bool Fails(Call call)
+{
+    if (call != t_fault.call || --t_fault.number != 0) {
+        return false;
+    }
+    errno = t_fault.error;
+    return true;
+}
+
+} // namespace
+
+extern "C"
+{
+    decltype(pipe2) __real_pipe2;
+    decltype(mmap) __real_mmap;
+    decltype(getcwd) __real_getcwd;
+    decltype(waitid) __real_waitid;
+    decltype(poll) __real_poll;
+    int __real_fcntl(int file, int command, ...);
+    int __real_ioctl(int file, unsigned long request, ...);
+    int __real_clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle);
+
+    int __wrap_pipe2(int* ends, int flags)
+    {
+        return Fails(Call::Pipe) ? -1 : __real_pipe2(ends, flags);
+    }
+    int __wrap_fcntl(int file, int command, long argument)
+    {
+        return Fails(Call::Fcntl) ? -1 : __real_fcntl(file, command, argument);
+    }
+    int __wrap_ioctl(int file, unsigned long request, void* argument)
+    {
+        return Fails(Call::Info) ? -1 : __real_ioctl(file, request, argument);
+    }
+    void* __wrap_mmap(void* at, std::size_t size, int rights, int flags, int file, off_t offset)
+    {
+        return Fails(Call::Map) ? MAP_FAILED : __real_mmap(at, size, rights, flags, file, offset);
+    }
+    char* __wrap_getcwd(char* path, std::size_t size)
+    {
+        return Fails(Call::CurrentFolder) ? nullptr : __real_getcwd(path, size);
+    }
+    int __wrap_clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle)
+    {
+        return Fails(Call::Clone) ? -1 : __real_clone(run, stack, flags, argument, handle);
+    }
+    int __wrap_waitid(idtype_t type, id_t id, siginfo_t* info, int options)
+    {
+        return Fails(Call::Wait) ? -1 : __real_waitid(type, id, info, options);
+    }
+    int __wrap_poll(pollfd* entries, nfds_t count, int milliseconds)
+    {
+        return Fails(Call::Poll) ? -1 : __real_poll(entries, count, milliseconds);
+    }
+}
+
+namespace
+{
+
+// Starts a child in another folder, by a relative name and with pipes: all that can fail.
+QVRESULT StartAll(Streams& streams, QVHandle& process)
+{
+    static const QVWChar* const environment[] = {u"b=1", u"a=1", nullptr};
+    return QVProcessCreate(u"./process_child", u"copy", u"/", environment, 0, streams.data(),
+                           &process);
+}
+
+// The wait for a child that has ended, and what it leaves.
+void End(Streams& streams, QVHandle process)
+{
+    for (const QVHandle stream : streams) {
+        close(stream);
+    }
+    uint32_t code = 1;
+    EXPECT_EQ(QVProcessJoin(process, &code), S_OK);
+    EXPECT_EQ(code, 0u);
+}
+
+bool TableIsEmpty()
+{
+    QVHandle process;
+    return QVProcessJoinChild(&process, nullptr) == E_FAIL && HasNoChildren();
+}
+
+TEST(ProcessInside, AStartThatFailsLeavesNothing)
+{
+    const struct
+    {
+        Call call;
+        int error;
+        QVRESULT result;
+        int times; // how often the call is made
+    } rows[] = {
+        {Call::Pipe, EMFILE, E_FAIL, 3},
+        {Call::Pipe, ENFILE, E_FAIL, 3},
+        {Call::Pipe, ENOMEM, E_OUTOFMEMORY, 3},
+        {Call::Fcntl, EBADF, E_HANDLE, 3},
+        {Call::CurrentFolder, ENOENT, QV_E_FILE_NOT_FOUND, 1},
+        {Call::CurrentFolder, EACCES, E_ACCESSDENIED, 1},
+        {Call::CurrentFolder, ENOMEM, E_OUTOFMEMORY, 1},
+        {Call::CurrentFolder, ERANGE, E_FAIL, 1},
+        {Call::Map, ENOMEM, E_OUTOFMEMORY, 1},
+        {Call::Map, EAGAIN, E_OUTOFMEMORY, 1},
+        {Call::Clone, EAGAIN, E_FAIL, 1},
+        {Call::Clone, ENOMEM, E_OUTOFMEMORY, 1},
+        {Call::Clone, ENOSPC, E_FAIL, 1},
+        {Call::Clone, EMFILE, E_FAIL, 1},
+        {Call::Clone, EPERM, E_ACCESSDENIED, 1},
+    };
+    const auto descriptors = CountDescriptors();
+    for (const auto& row : rows) {
+        for (int number = 1;; ++number) {
+            Streams streams = kPipes;
+            QVHandle process = 0;
+            t_fault = {row.call, row.error, number};
+            errno = 1234;
+            const QVRESULT result = StartAll(streams, process);
+            const bool happened = std::exchange(t_fault, {}).number <= 0;
+            EXPECT_EQ(errno, 1234);
+            if (!happened) {
+                EXPECT_EQ(result, S_OK);
+                EXPECT_EQ(number, row.times + 1);
+                End(streams, process);
+                break;
+            }
+            EXPECT_EQ(result, row.result) << number << ". call, " << strerror(row.error);
+            EXPECT_EQ(process, QV_HANDLE_NONE);
+            EXPECT_EQ(streams, kPipes);
+            EXPECT_EQ(CountDescriptors(), descriptors);
+            EXPECT_TRUE(TableIsEmpty());
+        }
+    }
+}
+
+// With numbers of descriptors that have no place in the table yet.
+TEST(ProcessInside, AStartWithoutMemoryRunsNothing)
+{
+    std::vector<int> files;
+    while (files.empty() || files.back() < 300) {
+        files.push_back(dup(STDERR_FILENO));
+    }
+    const auto descriptors = CountDescriptors();
+    Streams streams = kPipes;
+    QVHandle process = 0;
+    QVRESULT result = S_OK;
+    long refusals = 0;
+    SweepAllocations(
+        [&] {
+            streams = kPipes;
+            result = StartAll(streams, process);
+        },
+        [&](long n, bool failed) {
+            if (!failed || result == S_OK) { // sorting does without
+                End(streams, process);
+                return;
+            }
+            ++refusals;
+            EXPECT_EQ(result, E_OUTOFMEMORY) << n;
+            EXPECT_EQ(process, QV_HANDLE_NONE);
+            EXPECT_EQ(streams, kPipes);
+            EXPECT_EQ(CountDescriptors(), descriptors);
+            EXPECT_TRUE(HasNoChildren()) << n;
+        });
+    EXPECT_GT(refusals, 5);
+    std::for_each(files.begin(), files.end(), close);
+}
+
+TEST(ProcessInside, AJoinForAnyWithoutMemoryCanBeRepeated)
+{
+    std::vector<Sleeper> sleepers(20);
+    QVHandle process = 0;
+    QVRESULT result = S_OK;
+    sleepers[9].Wake();
+    EXPECT_EQ(SweepAllocations([&] { result = QVProcessJoinChild(&process, nullptr); },
+                               [&](long, bool failed) {
+                                   EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK);
+                                   EXPECT_EQ(process,
+                                             failed ? QV_HANDLE_NONE : sleepers[9].process);
+                               }),
+              1);
+    sleepers.erase(sleepers.begin() + 9);
+    for (Sleeper& sleeper : sleepers) {
+        End(sleeper.streams, sleeper.process);
+    }
+    EXPECT_TRUE(TableIsEmpty());
+}
+
+TEST(ProcessInside, WaitsThatTheSystemRefusesKeepTheHandle)
+{
+    const struct
+    {
+        Call call;
+        int error;
+        QVRESULT result;
+        uint32_t code;
+    } rows[] = {
+        {Call::Poll, EINTR, S_OK, 7},
+        {Call::Poll, ENOMEM, E_OUTOFMEMORY, 0xFFFFFFFF},
+        {Call::Poll, EINVAL, E_FAIL, 0xFFFFFFFF},
+        {Call::Wait, EBADF, E_HANDLE, 0xFFFFFFFF},
+        {Call::Wait, EINVAL, E_HANDLE, 0xFFFFFFFF},
+        {Call::None, 0, S_OK, 7},
+    };
+    for (const bool any : {false, true}) {
+        for (const auto& row : rows) {
+            QVHandle process;
+            uint32_t code = 0;
+            ASSERT_EQ(Start("exit 7", nullptr, &process), S_OK);
+            const QVHandle started = process;
+            const auto join = [&] {
+                return any ? QVProcessJoinChild(&process, &code) : QVProcessJoin(process, &code);
+            };
+            t_fault = {row.call, row.error, 1};
+            const QVRESULT result = join();
+            t_fault = {};
+            // A child that turns out to be none is dropped from those that are waited for.
+            EXPECT_EQ(result, any && row.result == E_HANDLE ? E_FAIL : row.result);
+            EXPECT_EQ(code, row.code);
+            if (result != S_OK) {
+                EXPECT_EQ(QVProcessJoin(started, &code), S_OK);
+                EXPECT_EQ(code, 7u);
+            }
+        }
+    }
+    EXPECT_TRUE(TableIsEmpty());
+}
+
+// The host has taken the child, and an older kernel does not tell how it ended.
+TEST(ProcessInside, AnUnknownExitCodeIsNoFailure)
+{
+    for (const int error : {ENOTTY, EINVAL, ESRCH}) {
+        QVHandle process;
+        uint32_t code = 0;
+        ASSERT_EQ(Start("exit 7", nullptr, &process), S_OK);
+        ASSERT_GT(waitpid(-1, nullptr, 0), 0);
+        t_fault = {Call::Info, error, 1};
+        EXPECT_EQ(QVProcessJoin(process, &code), S_OK);
+        t_fault = {};
+        EXPECT_EQ(code, 0xFFFFFFFFu);
+        EXPECT_EQ(fcntl(process, F_GETFD), -1);
+    }
+    Sleeper runs;
+    uint32_t code = 0;
+    t_fault = {Call::Wait, ECHILD, 1};
+    EXPECT_EQ(QVProcessGetExitCode(runs.process, &code), E_FAIL) << "no child, but it runs";
+    t_fault = {};
+    End(runs.streams, runs.process);
+
+    t_fault = {Call::Wait, EINTR, 1};
+    EXPECT_EQ(Start("x", nullptr, &runs.process, "/missing"), QV_E_FILE_NOT_FOUND);
+    t_fault = {};
+    EXPECT_TRUE(TableIsEmpty());
+}
+
+// Else the child would share its locks until it executes its program.
+TEST(ProcessInside, AStartWaitsForANamedObjectThatIsHalfOpen)
+{
+    std::atomic<bool> started{false};
+    qv::platform::HoldNamedObjects();
+    std::jthread starter([&] {
+        QVHandle process;
+        EXPECT_EQ(Start("exit 0", nullptr, &process), S_OK);
+        started = true;
+        EXPECT_EQ(QVProcessJoin(process, nullptr), S_OK);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(started);
+    qv::platform::ReleaseNamedObjects();
+    starter.join();
+    qv::platform::HoldNamedObjects(); // the start has let go of them
+    qv::platform::ReleaseNamedObjects();
+}
+
+TEST(ProcessInside, OrderIsTheLocalesWithoutCase)
+{
+    using qv::platform::_wcsicoll;
+    const std::u16string longer(1000, u'B');
+    EXPECT_GT(_wcsicoll(u"b=1", u"A=2"), 0);
+    EXPECT_EQ(_wcsicoll(u"Ab", u"aB"), 0);
+    EXPECT_LT(_wcsicoll(u"b", longer.c_str()), 0);
+    EXPECT_GT(_wcsicoll(u"\u00c4", u"b"), 0);
+    ASSERT_NE(std::setlocale(LC_COLLATE, "de_DE.ISO-8859-1"), nullptr);
+    EXPECT_LT(_wcsicoll(u"\u00c4", u"b"), 0);
+    EXPECT_GT(_wcsicoll(u"\u00c4", u"a"), 0);
+    std::setlocale(LC_COLLATE, "C");
+}
+
+} // namespace
