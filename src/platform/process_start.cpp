@@ -22,6 +22,9 @@
 #include "platform/process_child.h"
 #include "platform/standard_numbers.h"
 
+// The C library's other name for clone: a sanitizer takes calls of the first one for forks.
+extern "C" int __clone(int (*run)(void*), void* stack, int flags, void* argument, ...);
+
 namespace qv::platform
 {
 
@@ -51,7 +54,7 @@ public:
     void* Top() const { return static_cast<char*>(m_memory) + kSize; }
 
 private:
-    static constexpr std::size_t kSize = 32 * 1024;
+    static constexpr std::size_t kSize = 64 * 1024;
 
     void* m_memory;
 };
@@ -134,8 +137,8 @@ DWORD TryStart(const ChildStack& stack, StartPlan& plan, pid_t& id)
         plan.holdsNamedObjects = true;
         // Without a signal at its end, which executing the program sets: a process that never was a
         // program is not shown to the host.
-        id = clone(&RunChild, stack.Top(), CLONE_VM | CLONE_VFORK | CLONE_PIDFD, &plan,
-                   &plan.process);
+        id = __clone(&RunChild, stack.Top(), CLONE_VM | CLONE_VFORK | CLONE_PIDFD, &plan,
+                     &plan.process);
         if (plan.holdsNamedObjects) {
             ReleaseNamedObjects();
         }

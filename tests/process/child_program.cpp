@@ -71,7 +71,7 @@ int main(int count, char** arguments)
         std::cout << std::filesystem::current_path().native();
         return 0;
     }
-    if (what == "copy") {
+    if (std::string_view(arguments[count - 1]) == "copy") { // also by a name with blanks
         return Copy();
     }
     if (what == "exit") {

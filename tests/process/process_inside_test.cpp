@@ -65,7 +65,7 @@ extern "C"
     decltype(poll) __real_poll;
     int __real_fcntl(int file, int command, ...);
     int __real_ioctl(int file, unsigned long request, ...);
-    int __real_clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle);
+    int __real___clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle);
 
     int __wrap_pipe2(int* ends, int flags)
     {
@@ -87,9 +87,9 @@ extern "C"
     {
         return Fails(Call::CurrentFolder) ? nullptr : __real_getcwd(path, size);
     }
-    int __wrap_clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle)
+    int __wrap___clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle)
     {
-        return Fails(Call::Clone) ? -1 : __real_clone(run, stack, flags, argument, handle);
+        return Fails(Call::Clone) ? -1 : __real___clone(run, stack, flags, argument, handle);
     }
     int __wrap_waitid(idtype_t type, id_t id, siginfo_t* info, int options)
     {

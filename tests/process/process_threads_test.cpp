@@ -119,7 +119,9 @@ TEST(ProcessThreads, AJoinForAnyBesideOtherOwners)
                     if (i < 2) {
                         const QVRESULT result = QVProcessJoin(process, &code);
                         joined += result == S_OK ? 1 : 0;
-                        EXPECT_TRUE(result == E_HANDLE || code == 40u + static_cast<unsigned>(i));
+                        // Or somebody else's by now: numbers come again, and this one has two
+                        // owners.
+                        EXPECT_TRUE(result == E_HANDLE || (code >= 40 && code <= 43));
                     }
                 }
             });
@@ -161,10 +163,12 @@ TEST(ProcessThreads, AForkDoesNotWaitForAJoinForAny)
     Sleeper sleeper;
     Sleeper given;
     std::atomic<pid_t> waiter{0};
-    QVHandle joined = 0;
+    std::atomic<QVHandle> joined{0};
     std::jthread any([&] {
         waiter = gettid();
-        EXPECT_EQ(QVProcessJoinChild(&joined, nullptr), S_OK);
+        QVHandle process;
+        EXPECT_EQ(QVProcessJoinChild(&process, nullptr), S_OK);
+        joined = process;
     });
     ASSERT_TRUE(Becomes([&] { return IsWaiting(waiter); }));
     EXPECT_TRUE(Child([&] {
@@ -315,6 +319,13 @@ TEST(ProcessThreads, ALimitOfSixteenDescriptorsIsAFailureAndNoMore)
                 }).Succeeded());
 }
 
+// Sanitizers keep what is freed.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMemoryIsOurs = false;
+#else
+constexpr bool kMemoryIsOurs = true;
+#endif
+
 long ResidentPages()
 {
     long size = 0;
@@ -345,7 +356,8 @@ TEST(ProcessThreads, CyclesLeaveNothing)
         cycle();
     }
     EXPECT_EQ(CountDescriptors(), descriptors);
-    EXPECT_LT(ResidentPages(), pages + 64) << "a page for each cycle, or a stack, would be more";
+    EXPECT_TRUE(!kMemoryIsOurs || ResidentPages() < pages + 64)
+        << "a page for each cycle, or a stack, would be more";
     EXPECT_TRUE(HasNoChildren());
 }
 
