@@ -34,7 +34,7 @@ struct StartPlan
     int error;
 };
 
-// Takes a plan. Returns only when the start has failed.
-int RunChild(void* plan);
+// Takes a StartPlan. Returns only when the start has failed.
+int RunChild(void* argument);
 
 } // namespace qv::platform

@@ -13,6 +13,7 @@
 
 #include "platform/descriptor_handle.h"
 #include "platform/error.h"
+#include "platform/no_cancellation.h"
 #include "platform/process.h"
 
 namespace qv::platform
@@ -60,6 +61,7 @@ DWORD FailName(DWORD error)
 Descriptor OpenProcess(DWORD /*access*/, BOOL /*inherits*/, DWORD id)
 {
     const KeepErrno keep;
+    const NoCancellation noCancellation;
     SweepOrphans();
     RecordHold<ProcessRecord> record(new (std::nothrow) ProcessRecord);
     if (!record) {
@@ -93,6 +95,7 @@ DWORD GetProcessImageFileNameA(Descriptor process, char* path, DWORD size)
 {
     constexpr std::string_view kDeleted = " (deleted)";
     const KeepErrno keep;
+    const NoCancellation noCancellation;
     const HeldProcess held(process);
     if (!held.IsKnown() || held.State() != ERROR_SUCCESS) {
         return FailName(ERROR_INVALID_HANDLE);

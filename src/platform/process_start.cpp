@@ -54,7 +54,7 @@ public:
     void* Top() const { return static_cast<char*>(m_memory) + kSize; }
 
 private:
-    static constexpr std::size_t kSize = 64 * 1024;
+    static constexpr std::size_t kSize = std::size_t{64} * 1024;
 
     void* m_memory;
 };
