@@ -1,11 +1,17 @@
 // Conditions in all interleavings of short programs.
+//
+// A program is a string of calls:
+//   c t  take an item, waiting for it without end and until the time is over
+//   a A  add an item and wake one, in the section and after it
+//   b B  add two items and wake all, likewise
+//   s    sleeps without end
+//   h    sleeps until the time is over, or is woken and hands that on
+//   2    waits until two threads sleep
+//   ! *  wake one and all
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "interleavings/programs.h"
-
 #include "interleavings/explored_atomic.h" // last before what is explored
+#include "interleavings/programs.h"
 
 #include "platform/condition_variable.h"
 
@@ -16,181 +22,128 @@ namespace
 {
 
 constexpr DWORD kSome = 1000; // runs out at any moment
-constexpr Limits kEarlyWake = {.preemptions = 2, .earlyWakes = 1};
 
-struct World
+class World
 {
+public:
     World()
     {
-        InitializeCriticalSection(&section);
-        InitializeConditionVariable(&condition);
-        Name(&section, "the section");
-        Name(&condition.lock, "the queue's lock");
-        Name(&condition.waiters, "waiters");
+        InitializeCriticalSection(&m_section);
+        InitializeConditionVariable(&m_condition);
+        Name(&m_section, "the section");
+        Name(&m_condition.lock, "the queue's lock");
+        Name(&m_condition.waiters, "waiters");
     }
 
-    void Enter() { EnterCriticalSection(&section); }
-    void Leave() { LeaveCriticalSection(&section); }
+    void Call(char call)
+    {
+        switch (call) {
+        case 'c':
+        case 't':
+            Take(call == 'c' ? INFINITE : kSome);
+            break;
+        case 'a':
+        case 'A':
+            Add(1, call == 'a', &WakeConditionVariable);
+            break;
+        case 'b':
+        case 'B':
+            Add(2, call == 'b', &WakeAllConditionVariable);
+            break;
+        case 's':
+            SleepOnce(INFINITE);
+            break;
+        case 'h':
+            if (SleepOnce(kSome)) {
+                WakeConditionVariable(&m_condition);
+            }
+            break;
+        case '2':
+            Await("waits for two sleeps", Here(), &HaveTwoBegun, this);
+            break;
+        case '!':
+            WakeConditionVariable(&m_condition);
+            break;
+        default:
+            WakeAllConditionVariable(&m_condition);
+        }
+    }
+    void CheckEnd() { Require(m_items + m_taken == m_added, "an item was lost or taken twice"); }
+
+private:
     // In the section, which it holds as often afterwards.
     bool Sleep(DWORD milliseconds)
     {
-        const std::uint32_t depth = section.depth;
-        const bool woken = SleepConditionVariableCS(&condition, &section, milliseconds) != kFalse;
-        Require(section.holder == CurrentThread() && section.depth == depth,
+        const std::uint32_t depth = m_section.depth;
+        const bool woken =
+            SleepConditionVariableCS(&m_condition, &m_section, milliseconds) != kFalse;
+        Require(m_section.holder == CurrentThread() && m_section.depth == depth,
                 "the section is not held as before");
+        Require(woken || milliseconds != INFINITE, "a sleep without end ended");
         return woken;
     }
-    void Wake(bool all)
+    // Who runs out of time beside an item finds it.
+    void Take(DWORD milliseconds)
     {
-        all ? WakeAllConditionVariable(&condition) : WakeConditionVariable(&condition);
+        EnterCriticalSection(&m_section);
+        while (m_items == 0 && Sleep(milliseconds)) {
+        }
+        m_taken += m_items != 0 ? 1 : 0;
+        m_items -= m_items != 0 ? 1 : 0;
+        LeaveCriticalSection(&m_section);
     }
-
-    CRITICAL_SECTION section;
-    CONDITION_VARIABLE condition;
-    int items = 0;
-};
-
-// Takes an item, waiting for it as everybody does.
-void TakeItem(World& world)
-{
-    world.Enter();
-    while (world.items == 0) {
-        world.Sleep(INFINITE);
+    void Add(int count, bool wakesInSection, void (*wake)(CONDITION_VARIABLE*))
+    {
+        EnterCriticalSection(&m_section);
+        m_items += count;
+        m_added += count;
+        if (wakesInSection) {
+            wake(&m_condition);
+        }
+        LeaveCriticalSection(&m_section);
+        if (!wakesInSection) {
+            wake(&m_condition);
+        }
     }
-    --world.items;
-    world.Leave();
-}
-
-enum class Wakes
-{
-    InSection,
-    AfterSection,
-};
-
-void AddItems(World& world, int count, Wakes wakes, bool all)
-{
-    world.Enter();
-    world.items += count;
-    if (wakes == Wakes::AfterSection) {
-        world.Leave();
+    // It is said under the section that somebody sleeps, so the section is free only after the
+    // sleep has begun.
+    bool SleepOnce(DWORD milliseconds)
+    {
+        EnterCriticalSection(&m_section);
+        EnterCriticalSection(&m_section);
+        ++m_sleeps;
+        const bool woken = Sleep(milliseconds);
+        LeaveCriticalSection(&m_section);
+        LeaveCriticalSection(&m_section);
+        return woken;
     }
-    world.Wake(all);
-    if (wakes == Wakes::InSection) {
-        world.Leave();
-    }
-}
-
-// Each of the items is taken, wherever the wake-ups come.
-template <Wakes wakes> Scenario OneItemEach()
-{
-    const auto world = std::make_shared<World>();
-    return {.threads = {[world] { TakeItem(*world); }, [world] { TakeItem(*world); },
-                        [world] {
-                            AddItems(*world, 1, wakes, false);
-                            AddItems(*world, 1, wakes, false);
-                        }}};
-}
-
-template <Wakes wakes> Scenario ItemsForAll()
-{
-    const auto world = std::make_shared<World>();
-    return {.threads = {[world] { TakeItem(*world); }, [world] { TakeItem(*world); },
-                        [world] { AddItems(*world, 2, wakes, true); }}};
-}
-
-// Without a predicate. It is said under the section that somebody sleeps, so the section is free
-// only after the sleep has begun.
-bool Sleep(World& world, DWORD milliseconds)
-{
-    world.Enter();
-    world.Enter();
-    ++world.items;
-    const bool woken = world.Sleep(milliseconds);
-    world.Leave();
-    world.Leave();
-    return woken;
-}
-
-void AwaitTwoSleeps(const World& world)
-{
-    const auto haveBegun = [](const void* object) {
+    static bool HaveTwoBegun(const void* object)
+    {
         const World& seen = *static_cast<const World*>(object);
-        return seen.items == 2 && seen.section.holder == CRITICAL_SECTION::kNobody;
-    };
-    Await("waits for two sleeps", Here(), haveBegun, &world);
-}
+        return seen.m_sleeps == 2 && seen.m_section.holder == CRITICAL_SECTION::kNobody;
+    }
 
-// The last to come out destroys the condition.
-template <bool all> Scenario SleptBeforeSignal()
-{
-    const auto world = std::make_shared<Storage<World>>();
-    const auto sleep = [world] {
-        Require(Sleep(**world, INFINITE), "a sleep without end ended");
-        if (--(*world)->items == 0) {
-            world->Destroy();
-        }
-    };
-    return {.threads = {sleep, sleep, [world] {
-                            AwaitTwoSleeps(**world);
-                            (*world)->Wake(all);
-                            if (!all) {
-                                (*world)->Wake(all);
-                            }
-                        }}};
-}
-
-// A signal beside a sleep that runs out of time frees that one, who hands it on, or the other.
-Scenario TimedSleepBesideSignal()
-{
-    const auto world = std::make_shared<World>();
-    return {.threads = {[world] {
-                            if (Sleep(*world, kSome)) {
-                                world->Wake(false);
-                            }
-                        },
-                        [world] { Sleep(*world, INFINITE); },
-                        [world] {
-                            AwaitTwoSleeps(*world);
-                            world->Wake(false);
-                        }}};
-}
-
-// Both wait with a time limit; the item is there, so who ran out of time finds it.
-Scenario TimedSleepsBesideItem()
-{
-    const auto world = std::make_shared<World>();
-    const auto taken = std::make_shared<int>(0);
-    const auto take = [world, taken] {
-        world->Enter();
-        bool inTime = true;
-        while (world->items == 0 && inTime) {
-            inTime = world->Sleep(kSome);
-        }
-        if (world->items != 0) {
-            --world->items;
-            ++*taken;
-        }
-        world->Leave();
-    };
-    return {.threads = {take, take, [world] { AddItems(*world, 1, Wakes::AfterSection, false); }},
-            .atEnd = [world, taken] {
-                Require(world->items + *taken == 1, "an item was lost or taken twice");
-            }};
-}
+    CRITICAL_SECTION m_section;
+    CONDITION_VARIABLE m_condition;
+    int m_items = 0;
+    int m_added = 0;
+    int m_taken = 0;
+    int m_sleeps = 0;
+};
 
 } // namespace
 
 TEST(ConditionInterleavings, HoldInAll)
 {
     ExpectHold({
-        {"one item each, woken in the section", OneItemEach<Wakes::InSection>},
-        {"one item each, woken after the section", OneItemEach<Wakes::AfterSection>},
-        {"one item each, early wake", OneItemEach<Wakes::AfterSection>, kEarlyWake},
-        {"items for all, woken in the section", ItemsForAll<Wakes::InSection>},
-        {"items for all, woken after the section", ItemsForAll<Wakes::AfterSection>},
-        {"two signals free two who slept", SleptBeforeSignal<false>},
-        {"a broadcast frees two who slept", SleptBeforeSignal<true>},
-        {"timed sleep beside signal", TimedSleepBesideSignal, {.preemptions = 2}},
-        {"timed sleeps beside item", TimedSleepsBesideItem, {.preemptions = 2}},
+        Calls<World>("one item each, woken in the section:", {"c", "c", "aa"}, {}),
+        Calls<World>("one item each, woken after it:", {"c", "c", "AA"}, {}),
+        Calls<World>("early wake:", {"c", "c", "AA"}, {.preemptions = 2, .earlyWakes = 1}),
+        Calls<World>("items for all, woken in the section:", {"c", "c", "b"}, {}),
+        Calls<World>("items for all, woken after it:", {"c", "c", "B"}, {}),
+        Calls<World>("two signals free two who slept:", {"s", "s", "2!!"}, {}),
+        Calls<World>("a broadcast frees two who slept:", {"s", "s", "2*"}, {}),
+        Calls<World>("timed sleep beside signal:", {"h", "s", "2!"}, {.preemptions = 2}),
+        Calls<World>("timed sleeps beside item:", {"t", "t", "A"}, {.preemptions = 2}),
     });
 }

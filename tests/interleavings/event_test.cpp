@@ -1,7 +1,14 @@
 // Events and unnamed semaphores in all interleavings of short programs.
+//
+// A program is a string of calls:
+//   w t  wait, without end and until the time is over
+//   h    waits like t and hands on what it got
+//   s r  signal and reset
+//   2    waits until two threads sleep
+//   d    destroys the object: nobody may touch it any more
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <optional>
 
 #include "interleavings/explored_atomic.h" // last before what is explored
 #include "interleavings/programs.h"
@@ -18,172 +25,119 @@ namespace
 constexpr DWORD kSome = 1000; // runs out at any moment
 constexpr Limits kEarlyWake = {.preemptions = 2, .earlyWakes = 1};
 
-struct EventWorld
+bool Wait(EventObject& event, DWORD milliseconds)
 {
-    explicit EventWorld(ObjectKind kind) : event(kind, false) {}
-
-    bool Wait(DWORD milliseconds)
-    {
-        return event.Wait(Deadline::After(milliseconds)) == WAIT_OBJECT_0;
-    }
-    void Signal()
-    {
-        if (!event.TrySet()) {
-            event.Set();
-        }
-    }
-
-    EventObject event;
-    int passed = 0;
-};
-
-// Sets that come once both threads wait free both.
-Scenario TwoSetsFreeTwo()
-{
-    const auto world = std::make_shared<EventWorld>(ObjectKind::AutoEvent);
-    const auto wait = [world] { world->passed += world->Wait(INFINITE) ? 1 : 0; };
-    return {.threads = {wait, wait,
-                        [world] {
-                            AwaitSleepers(2);
-                            world->Signal();
-                            world->Signal();
-                        }},
-            .atEnd = [world] { Require(!world->event.IsSignalled(), "a signal is left"); }};
+    return event.Wait(Deadline::After(milliseconds)) == WAIT_OBJECT_0;
 }
 
-// Two sets and one wait before, between, beside and after them: 1 signal or none is left.
-Scenario SetsAndOneWait()
-{
-    const auto world = std::make_shared<EventWorld>(ObjectKind::AutoEvent);
-    return {.threads = {[world] { Require(world->Wait(INFINITE), "a wait without end ended"); },
-                        [world] { world->Signal(); }, [world] { world->Signal(); }},
-            .atEnd = [world] {
-                world->passed = world->event.TryTake() ? 1 : 0;
-                Require(!world->event.TryTake(), "two sets with nobody waiting left two signals");
-            }};
-}
-
-// A wait that runs out of time beside a set: it passes or the signal stays.
-Scenario TimedWaitBesideSet()
-{
-    const auto world = std::make_shared<EventWorld>(ObjectKind::AutoEvent);
-    return {.threads = {[world] { world->passed += world->Wait(kSome) ? 1 : 0; },
-                        [world] { world->Signal(); }},
-            .atEnd = [world] {
-                Require(world->passed + (world->event.TryTake() ? 1 : 0) == 1,
-                        "a set freed other than one");
-            }};
-}
-
-// A set that comes while one of two waiters runs out of time is not lost: it frees that one, who
-// hands it on, or the other.
-Scenario TimedWaitBesideWait()
-{
-    const auto world = std::make_shared<EventWorld>(ObjectKind::AutoEvent);
-    return {.threads = {[world] {
-                            if (world->Wait(kSome)) {
-                                world->Signal();
-                            }
-                        },
-                        [world] { world->Wait(INFINITE); }, [world] { world->Signal(); }},
-            .atEnd = [world] { Require(!world->event.IsSignalled(), "a signal is left"); }};
-}
-
-// A set and a reset right behind it free all who waited.
-Scenario PulseFreesAll()
-{
-    const auto world = std::make_shared<EventWorld>(ObjectKind::ManualEvent);
-    const auto wait = [world] { world->passed += world->Wait(INFINITE) ? 1 : 0; };
-    return {.threads = {wait, wait,
-                        [world] {
-                            AwaitSleepers(2);
-                            world->Signal();
-                            world->event.Reset();
-                        }},
-            .atEnd = [world] { Require(!world->event.IsSignalled(), "the reset was lost"); }};
-}
-
-template <ObjectKind kind> Scenario WaiterDestroysEvent()
-{
-    const auto event = std::make_shared<Storage<EventObject>>(kind, false);
-    return {.threads = {[event] {
-                            (*event)->Wait(Deadline::After(INFINITE));
-                            event->Destroy();
-                        },
-                        [event] {
-                            if (!(*event)->TrySet()) {
-                                (*event)->Set();
-                            }
-                        }}};
-}
-
-bool Take(UnnamedSemaphore& semaphore, DWORD milliseconds)
+bool Wait(UnnamedSemaphore& semaphore, DWORD milliseconds)
 {
     return semaphore.TryTake() || semaphore.Wait(Deadline::After(milliseconds)) == WAIT_OBJECT_0;
 }
 
-void Post(UnnamedSemaphore& semaphore)
+void Signal(EventObject& event)
 {
-    if (!semaphore.TryPost()) {
-        Require(semaphore.Post(1, nullptr), "a post failed");
+    if (!event.TrySet()) {
+        event.Set();
     }
 }
 
-Scenario WaiterDestroysSemaphore()
+void Signal(UnnamedSemaphore& semaphore)
 {
-    const auto semaphore = std::make_shared<Storage<UnnamedSemaphore>>(0, 2);
-    return {.threads = {[semaphore] {
-                            Take(**semaphore, INFINITE);
-                            semaphore->Destroy();
-                        },
-                        [semaphore] { Post(**semaphore); }}};
+    Require(semaphore.TryPost() || semaphore.Post(1, nullptr), "a post failed");
 }
 
-Scenario AsManyWaitsAsPosts()
+using Holds = bool (*)(int passed, int left); // waits, and signals at the end
+
+template <class Object> class World
 {
-    const auto semaphore = std::make_shared<UnnamedSemaphore>(0, 2);
-    const auto wait = [semaphore] { Take(*semaphore, INFINITE); };
-    return {.threads = {wait, wait,
-                        [semaphore] {
-                            Post(*semaphore);
-                            Post(*semaphore);
-                        }},
-            .atEnd = [semaphore] { Require(!semaphore->TryTake(), "a post is left"); }};
+public:
+    template <class... Arguments> explicit World(Holds holds, Arguments... arguments)
+        : m_holds(holds), m_object(std::in_place, arguments...)
+    {}
+
+    void Call(char call)
+    {
+        switch (call) {
+        case 'w':
+            Require(Wait(*m_object, INFINITE), "a wait without end ended");
+            ++m_passed;
+            break;
+        case 't':
+            m_passed += Wait(*m_object, kSome) ? 1 : 0;
+            break;
+        case 'h':
+            if (Wait(*m_object, kSome)) {
+                Signal(*m_object);
+            }
+            break;
+        case 's':
+            Signal(*m_object);
+            break;
+        case 'r':
+            if constexpr (requires { m_object->Reset(); }) {
+                m_object->Reset();
+            }
+            break;
+        case '2':
+            AwaitSleepers(2);
+            break;
+        default:
+            m_object.reset();
+        }
+    }
+    void CheckEnd()
+    {
+        int left = 0;
+        while (m_object && m_object->TryTake()) {
+            ++left;
+        }
+        Require(m_holds(m_passed, left), "signals and waits do not match");
+    }
+
+private:
+    const Holds m_holds;
+    std::optional<Object> m_object;
+    int m_passed = 0;
+};
+
+constexpr ObjectKind kAuto = ObjectKind::AutoEvent;
+constexpr ObjectKind kManual = ObjectKind::ManualEvent;
+
+Program Event(ObjectKind kind, const std::vector<std::string>& threads, Holds holds,
+              Limits limits = {})
+{
+    const char* const name = kind == kAuto ? "auto-reset:" : "manual-reset:";
+    return Calls<World<EventObject>>(name, threads, limits, holds, kind, false);
 }
 
-// A wait that runs out of time takes no post with it.
-Scenario TimedWaitBesidePosts()
+Program Semaphore(const std::vector<std::string>& threads, Holds holds, Limits limits = {})
 {
-    const auto semaphore = std::make_shared<UnnamedSemaphore>(0, 2);
-    const auto taken = std::make_shared<int>(0);
-    return {.threads = {[=] { *taken += Take(*semaphore, kSome) ? 1 : 0; },
-                        [=] { *taken += Take(*semaphore, INFINITE) ? 1 : 0; },
-                        [=] {
-                            Post(*semaphore);
-                            Post(*semaphore);
-                        }},
-            .atEnd = [=] {
-                *taken += semaphore->TryTake() ? 1 : 0;
-                Require(*taken == 2 && !semaphore->TryTake(), "two posts were not two");
-            }};
+    return Calls<World<UnnamedSemaphore>>("semaphore:", threads, limits, holds, 0, 2);
 }
 
 } // namespace
 
 TEST(EventInterleavings, HoldInAll)
 {
+    const Holds noneLeft = [](int /*passed*/, int left) { return left == 0; };
+    const Holds oneAtMostLeft = [](int /*passed*/, int left) { return left <= 1; };
+    const Holds oneInAll = [](int passed, int left) { return passed + left == 1; };
+    const Holds twoInAll = [](int passed, int left) { return passed + left == 2; };
     ExpectHold({
-        {"auto-reset: two sets free two", TwoSetsFreeTwo},
-        {"auto-reset: two sets free two, early wake", TwoSetsFreeTwo, kEarlyWake},
-        {"auto-reset: two sets and one wait", SetsAndOneWait},
-        {"auto-reset: timed wait beside set", TimedWaitBesideSet},
-        {"auto-reset: timed wait beside wait", TimedWaitBesideWait},
-        {"manual-reset: set and reset free all", PulseFreesAll},
-        {"auto-reset: waiter destroys", WaiterDestroysEvent<ObjectKind::AutoEvent>},
-        {"manual-reset: waiter destroys", WaiterDestroysEvent<ObjectKind::ManualEvent>},
-        {"semaphore: as many waits as posts", AsManyWaitsAsPosts},
-        {"semaphore: as many waits as posts, early wake", AsManyWaitsAsPosts, kEarlyWake},
-        {"semaphore: timed wait beside posts", TimedWaitBesidePosts},
-        {"semaphore: waiter destroys", WaiterDestroysSemaphore},
+        Event(kAuto, {"w", "w", "2ss"}, noneLeft),
+        Event(kAuto, {"w", "w", "2ss"}, noneLeft, kEarlyWake),
+        Event(kAuto, {"w", "s", "s"}, oneAtMostLeft),
+        Event(kAuto, {"t", "s"}, oneInAll),
+        // A set while one of two waiters runs out of time is not lost.
+        Event(kAuto, {"h", "w", "s"}, noneLeft),
+        // A reset right behind a set takes nothing from those who waited.
+        Event(kManual, {"w", "w", "2sr"}, noneLeft),
+        Event(kAuto, {"wd", "s"}, noneLeft),
+        Event(kManual, {"wd", "s"}, noneLeft),
+        Semaphore({"w", "w", "ss"}, twoInAll),
+        Semaphore({"w", "w", "ss"}, twoInAll, kEarlyWake),
+        Semaphore({"t", "w", "ss"}, twoInAll),
+        Semaphore({"wd", "s"}, noneLeft),
     });
 }

@@ -32,55 +32,53 @@ private:
 
 template <class T> class Atomic
 {
+    using Order = std::memory_order;
+    static constexpr Order kStrict = std::memory_order_seq_cst;
+
 public:
     constexpr Atomic() = default;
     constexpr Atomic(T value) : m_value(value) {}
     Atomic(const Atomic&) = delete;
     Atomic& operator=(const Atomic&) = delete;
 
-    T load(std::memory_order = std::memory_order_seq_cst, Where where = Here()) const
+    T load(Order = kStrict, Where where = Here()) const
     {
         Stop("load", where);
         return m_value;
     }
-    void store(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
+    void store(T value, Order = kStrict, Where where = Here())
     {
         Stop("store", where);
         m_value = value;
     }
-    T exchange(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
+    T exchange(T value, Order = kStrict, Where where = Here())
     {
         return Change("exchange", where, [value](T) { return value; });
     }
-    T fetch_add(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
+    T fetch_add(T value, Order = kStrict, Where where = Here())
     {
         return Change("fetch_add", where, [value](T old) { return static_cast<T>(old + value); });
     }
-    T fetch_sub(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
+    T fetch_sub(T value, Order = kStrict, Where where = Here())
     {
         return Change("fetch_sub", where, [value](T old) { return static_cast<T>(old - value); });
     }
-    T fetch_and(T value, std::memory_order = std::memory_order_seq_cst, Where where = Here())
+    T fetch_and(T value, Order = kStrict, Where where = Here())
     {
         return Change("fetch_and", where, [value](T old) { return static_cast<T>(old & value); });
     }
-    bool compare_exchange_strong(T& expected, T value,
-                                 std::memory_order = std::memory_order_seq_cst,
-                                 std::memory_order = std::memory_order_seq_cst,
+    bool compare_exchange_strong(T& expected, T value, Order = kStrict, Order = kStrict,
                                  Where where = Here())
     {
-        const T old = Change("compare_exchange", where,
-                             [&](T seen) { return seen == expected ? value : seen; });
-        const bool done = old == expected;
-        expected = old;
-        return done;
+        const T wanted = expected;
+        expected = Change("compare_exchange", where,
+                          [&](T seen) { return seen == wanted ? value : seen; });
+        return expected == wanted;
     }
-    bool compare_exchange_weak(T& expected, T value,
-                               std::memory_order success = std::memory_order_seq_cst,
-                               std::memory_order failure = std::memory_order_seq_cst,
+    bool compare_exchange_weak(T& expected, T value, Order = kStrict, Order = kStrict,
                                Where where = Here())
     {
-        return compare_exchange_strong(expected, value, success, failure, where);
+        return compare_exchange_strong(expected, value, kStrict, kStrict, where);
     }
 
     // For the other models and for invariants: no step.

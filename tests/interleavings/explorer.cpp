@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <span>
 #include <sstream>
-#include <utility>
 
 #include "interleavings/fiber_sanitizers.h"
 
@@ -21,22 +21,31 @@ namespace
 
 constexpr std::size_t kStackSize = 65536;
 
+// The step that a thread stands before; ready at once without a condition.
+struct Stand
+{
+    const char* said = "";
+    const char* what = "begins";
+    Where where = Here();
+    IsReady isReady = nullptr;
+    const void* object = nullptr;
+    Wakeable wakeable = Wakeable::WhenReady;
+};
+
 struct Fiber
 {
     FiberSanitizer sanitizer;
     ucontext_t context = {};
     std::unique_ptr<std::byte[]> stack;
     bool hasEnded = true;
-    const char* said = "";
-    // The step that it stands before; ready at once without a condition.
-    const char* what = nullptr;
-    Where where = {};
-    IsReady isReady = nullptr;
-    const void* object = nullptr;
-    Wakeable wakeable = Wakeable::WhenReady;
+    Stand stand = {};
     Awaited awaited = Awaited::Ready;
 
-    bool CanGoOn() const { return !hasEnded && (isReady == nullptr || isReady(object)); }
+    bool CanGoOn() const
+    {
+        return !hasEnded && (stand.isReady == nullptr || stand.isReady(stand.object));
+    }
+    bool Sleeps() const { return !hasEnded && stand.wakeable != Wakeable::WhenReady && !CanGoOn(); }
 };
 
 struct ScheduleFailed
@@ -50,18 +59,14 @@ struct Option
 
 struct Decision
 {
-    int taken;
-    int options;
+    std::size_t taken;
+    std::size_t options;
 };
 
 struct Taken
 {
-    int fiber;
-    Awaited how;
-    const char* said;
-    const void* object;
-    const char* what;
-    Where where;
+    Option option;
+    Stand stand;
 };
 
 class Explorer
@@ -72,13 +77,17 @@ public:
     {}
 
     Outcome Run();
-    Awaited Stand(const char* what, Where where, IsReady isReady, const void* object,
-                  Wakeable wakeable);
+    Awaited StandBefore(const char* what, Where where, IsReady isReady, const void* object,
+                        Wakeable wakeable);
     [[noreturn]] void Fail(const char* what);
     int Current() const { return m_current; }
-    int Sleepers() const;
-    void Say(const char* what) { At(m_current).said = what; }
-    void Name(const void* object, const char* name) { m_names.push_back({object, name}); }
+    std::ptrdiff_t Sleepers() const
+    {
+        return std::count_if(m_fibers.begin(), m_fibers.end(),
+                             [](const auto& fiber) { return fiber->Sleeps(); });
+    }
+    void Say(const char* what) { At(m_current).stand.said = what; }
+    void Name(const void* object, const char* name) { m_names.emplace(object, name); }
 
 private:
     static constexpr int kNobody = -1;
@@ -87,18 +96,7 @@ private:
     static std::unique_ptr<Fiber> MakeFiber();
     void RunSchedule();
     bool NextSchedule();
-    void LookAround()
-    {
-        if (m_scenario.afterEachStep) {
-            m_scenario.afterEachStep();
-        }
-    }
-    void FindOptions();
     void AddOptionsOf(int index);
-    bool CurrentCanGoOn() const
-    {
-        return m_current != kNobody && m_fibers[static_cast<std::size_t>(m_current)]->CanGoOn();
-    }
     // The one who goes on. Nobody if all have ended.
     int Decide();
     void SwitchTo(int fiber);
@@ -116,11 +114,10 @@ private:
     int m_current = kNobody;
     std::vector<Option> m_options;
     std::vector<Decision> m_decisions;
-    std::size_t m_depth = 0; // decisions taken in this schedule
     int m_preemptions = 0;
     int m_earlyWakes = 0;
     std::vector<Taken> m_story;
-    std::vector<std::pair<const void*, const char*>> m_names;
+    std::map<const void*, const char*> m_names;
     const char* m_wrong = nullptr; // with the schedule
 };
 
@@ -133,10 +130,9 @@ void Explorer::Body()
     for (;;) {
         Explorer& explorer = *g_explorer;
         const int self = explorer.m_current;
-        Fiber& fiber = *explorer.m_fibers[static_cast<std::size_t>(self)];
         explorer.m_scenario.threads[static_cast<std::size_t>(self)]();
-        fiber.hasEnded = true;
-        explorer.LookAround();
+        explorer.At(self).hasEnded = true;
+        explorer.m_scenario.afterEachStep();
         explorer.SwitchTo(explorer.Decide());
     }
 }
@@ -167,38 +163,30 @@ void Explorer::SwitchTo(int fiber)
 
 void Explorer::AddOptionsOf(int index)
 {
-    const Fiber& fiber = *m_fibers[static_cast<std::size_t>(index)];
+    const Fiber& fiber = At(index);
     if (fiber.CanGoOn()) {
         m_options.push_back({index, Awaited::Ready});
-    } else if (!fiber.hasEnded) {
-        if (fiber.wakeable == Wakeable::ByTimeOutToo) {
-            m_options.push_back({index, Awaited::TimedOut});
-        }
-        if (fiber.wakeable != Wakeable::WhenReady && m_earlyWakes < m_limits.earlyWakes) {
-            m_options.push_back({index, Awaited::WokenEarly});
-        }
-    }
-}
-
-void Explorer::FindOptions()
-{
-    m_options.clear();
-    if (m_current != kNobody) {
-        AddOptionsOf(m_current);
-    }
-    if (CurrentCanGoOn() && m_preemptions == m_limits.preemptions) {
         return;
     }
-    for (int i = 0; i < static_cast<int>(m_fibers.size()); ++i) {
-        if (i != m_current) {
-            AddOptionsOf(i);
-        }
+    if (fiber.Sleeps() && fiber.stand.wakeable == Wakeable::ByTimeOutToo) {
+        m_options.push_back({index, Awaited::TimedOut});
+    }
+    if (fiber.Sleeps() && m_earlyWakes < m_limits.earlyWakes) {
+        m_options.push_back({index, Awaited::WokenEarly});
     }
 }
 
 int Explorer::Decide()
 {
-    FindOptions();
+    const bool isRunning = At(m_current).CanGoOn();
+    const bool isKept = isRunning && m_preemptions == m_limits.preemptions;
+    m_options.clear();
+    AddOptionsOf(m_current);
+    for (int i = 0; i < static_cast<int>(m_fibers.size()) && !isKept; ++i) {
+        if (i != m_current) {
+            AddOptionsOf(i);
+        }
+    }
     if (m_options.empty()) {
         for (const auto& fiber : m_fibers) {
             if (!fiber->hasEnded) {
@@ -207,52 +195,35 @@ int Explorer::Decide()
         }
         return kNobody;
     }
-    if (static_cast<int>(m_story.size()) == m_limits.stepsAtMost) {
+    const std::size_t depth = m_story.size();
+    if (depth == m_limits.stepsAtMost) {
         Fail("endless: the schedule has too many steps");
     }
-    if (m_depth == m_decisions.size()) {
-        m_decisions.push_back({0, static_cast<int>(m_options.size())});
+    if (depth == m_decisions.size()) {
+        m_decisions.push_back({0, m_options.size()});
     }
-    const Decision& decision = m_decisions[m_depth++];
-    if (decision.options != static_cast<int>(m_options.size())) {
+    if (m_decisions[depth].options != m_options.size()) {
         Fail("the scenario does not run the same way twice");
     }
-    const Option option = m_options[static_cast<std::size_t>(decision.taken)];
-    const bool isPreemption = option.fiber != m_current && CurrentCanGoOn();
-    m_preemptions += isPreemption ? 1 : 0;
+    const Option option = m_options[m_decisions[depth].taken];
+    m_preemptions += option.fiber != m_current && isRunning ? 1 : 0;
     m_earlyWakes += option.how == Awaited::WokenEarly ? 1 : 0;
-    Fiber& fiber = *m_fibers[static_cast<std::size_t>(option.fiber)];
-    fiber.awaited = option.how;
-    m_story.push_back(
-        {option.fiber, option.how, fiber.said, fiber.object, fiber.what, fiber.where});
+    At(option.fiber).awaited = option.how;
+    m_story.push_back({option, At(option.fiber).stand});
     return option.fiber;
 }
 
-Awaited Explorer::Stand(const char* what, Where where, IsReady isReady, const void* object,
-                        Wakeable wakeable)
+Awaited Explorer::StandBefore(const char* what, Where where, IsReady isReady, const void* object,
+                              Wakeable wakeable)
 {
     if (m_current == kNobody) {
         return Awaited::Ready; // the scenario is being made or looked at
     }
-    Fiber& self = *m_fibers[static_cast<std::size_t>(m_current)];
-    self.what = what;
-    self.where = where;
-    self.isReady = isReady;
-    self.object = object;
-    self.wakeable = wakeable;
-    LookAround();
+    Fiber& self = At(m_current);
+    self.stand = {self.stand.said, what, where, isReady, object, wakeable};
+    m_scenario.afterEachStep();
     SwitchTo(Decide());
     return self.awaited;
-}
-
-int Explorer::Sleepers() const
-{
-    int count = 0;
-    for (const auto& fiber : m_fibers) {
-        const bool sleeps = fiber->wakeable != Wakeable::WhenReady && !fiber->CanGoOn();
-        count += sleeps && !fiber->hasEnded ? 1 : 0;
-    }
-    return count;
 }
 
 void Explorer::Fail(const char* what)
@@ -272,27 +243,23 @@ std::string Explorer::Story() const
     // The end of one that has no end says enough.
     constexpr std::size_t kLines = 100;
     const std::size_t left = m_story.size() > kLines ? m_story.size() - kLines : 0;
-    for (const Taken& step : std::span(m_story).subspan(left)) {
-        const std::string file = step.where.file;
-        const auto name = std::find_if(m_names.begin(), m_names.end(), [&](const auto& named) {
-            return named.first == step.object;
-        });
-        text << (step.fiber == previous ? "            "
-                                        : "  thread " + std::to_string(step.fiber) + "  ")
-             << step.said << (*step.said != '\0' ? ": " : "") << step.what
-             << (name != m_names.end() ? " " : "") << (name != m_names.end() ? name->second : "")
-             << (step.how == Awaited::TimedOut     ? ", times out"
-                 : step.how == Awaited::WokenEarly ? ", wakes early"
-                                                   : "")
-             << "  (" << file.substr(file.rfind('/') + 1) << ':' << step.where.line << ")\n";
-        previous = step.fiber;
+    for (const auto& [option, stand] : std::span(m_story).subspan(left)) {
+        const std::string thread = "  thread " + std::to_string(option.fiber) + "  ";
+        const std::string file = stand.where.file;
+        const auto name = m_names.find(stand.object);
+        text << (option.fiber == previous ? std::string(thread.size(), ' ') : thread) << stand.said
+             << (*stand.said != '\0' ? ": " : "") << stand.what << ' '
+             << (name != m_names.end() ? name->second : "")
+             << (option.how == Awaited::TimedOut ? ", times out" : "")
+             << (option.how == Awaited::WokenEarly ? ", wakes early" : "") << "  ("
+             << file.substr(file.rfind('/') + 1) << ':' << stand.where.line << ")\n";
+        previous = option.fiber;
     }
     return text.str();
 }
 
 void Explorer::RunSchedule()
 {
-    m_depth = 0;
     m_preemptions = 0;
     m_earlyWakes = 0;
     m_story.clear();
@@ -303,17 +270,12 @@ void Explorer::RunSchedule()
     }
     for (const auto& fiber : m_fibers) {
         fiber->hasEnded = false;
-        fiber->said = "";
-        fiber->what = "begins";
-        fiber->object = nullptr;
-        fiber->where = Here();
-        fiber->isReady = nullptr;
-        fiber->wakeable = Wakeable::WhenReady;
+        fiber->stand = {};
     }
     try {
         // Who begins is a free choice: all stand before their first step, and none has the turn.
         SwitchTo(Decide());
-        if (m_wrong == nullptr && m_scenario.atEnd) {
+        if (m_wrong == nullptr) {
             m_scenario.atEnd();
         }
     } catch (const ScheduleFailed&) {
@@ -323,7 +285,7 @@ void Explorer::RunSchedule()
 
 bool Explorer::NextSchedule()
 {
-    m_decisions.resize(m_depth);
+    m_decisions.resize(m_story.size());
     while (!m_decisions.empty() && m_decisions.back().taken + 1 == m_decisions.back().options) {
         m_decisions.pop_back();
     }
@@ -401,7 +363,7 @@ void AwaitSleepers(int count, Where where)
 Awaited Await(const char* what, Where where, IsReady isReady, const void* object, Wakeable wakeable)
 {
     // Models are used outside of explorations too, where they never have to wait.
-    return g_explorer != nullptr ? g_explorer->Stand(what, where, isReady, object, wakeable)
+    return g_explorer != nullptr ? g_explorer->StandBefore(what, where, isReady, object, wakeable)
                                  : Awaited::Ready;
 }
 

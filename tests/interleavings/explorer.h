@@ -17,15 +17,15 @@ namespace qv::explore
 struct Scenario
 {
     std::vector<std::function<void()>> threads;
-    std::function<void()> afterEachStep = {}; // may be empty
-    std::function<void()> atEnd = {};         // may be empty
+    std::function<void()> afterEachStep = [] {};
+    std::function<void()> atEnd = [] {};
 };
 
 struct Limits
 {
     int preemptions = 3;
-    int earlyWakes = 0;     // sleeps that end for no reason, in one schedule
-    int stepsAtMost = 2000; // more count as endless
+    int earlyWakes = 0;             // sleeps that end for no reason, in one schedule
+    std::size_t stepsAtMost = 2000; // more count as endless
 };
 
 struct Outcome

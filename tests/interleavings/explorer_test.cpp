@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <tuple>
 
 #include "interleavings/explorer.h"
 
@@ -51,10 +52,9 @@ TEST(Explorer, TriesAllOrdersOnce)
 
 TEST(Explorer, SaysWhatGoesWrong)
 {
-    static bool isReady = false;
     const auto never = [] {
         Await(
-            "waits in vain", Here(), [](const void*) { return isReady; }, nullptr);
+            "waits in vain", Here(), [](const void*) { return false; }, nullptr);
     };
     const auto endless = [] {
         for (;;) {
@@ -65,38 +65,37 @@ TEST(Explorer, SaysWhatGoesWrong)
         TakeStep();
         Require(false, "something wrong");
     };
-    const auto failureOf = [](const std::function<void()>& body) {
-        return Explore({}, [&] { return Scenario{.threads = {body}}; }).failure;
+    const std::tuple<std::function<void()>, std::function<void()>, const char*> rows[] = {
+        {never, [] {}, "deadlock"},
+        {endless, [] {}, "endless"},
+        {wrong, [] {}, "something wrong\n  thread 0  begins"},
+        {wrong, [] {}, "(explorer_test.cpp:"},
+        {[] {}, [] { Require(false, "at the end"); }, "at the end"},
     };
-    EXPECT_NE(failureOf(never).find("deadlock"), std::string::npos);
-    EXPECT_NE(failureOf(endless).find("endless"), std::string::npos);
-    const std::string story = failureOf(wrong);
-    EXPECT_NE(story.find("something wrong"), std::string::npos);
-    EXPECT_NE(story.find("explorer_test.cpp"), std::string::npos) << story;
-    EXPECT_NE(
-        Explore({},
-                [] { return Scenario{.threads = {[] {}}, .atEnd = [] { Require(false, "end"); }}; })
-            .failure,
-        "");
+    for (const auto& [body, atEnd, said] : rows) {
+        const Outcome outcome =
+            Explore({}, [&] { return Scenario{.threads = {body}, .atEnd = atEnd}; });
+        EXPECT_NE(outcome.failure.find(said), std::string::npos) << outcome.failure;
+    }
 }
 
 TEST(Explorer, LetsWaitsRunOutAtAnyMoment)
 {
     static bool isSet = false;
-    std::set<int> endings;
     static Awaited how = Awaited::Ready;
-    const auto make = [&endings] {
+    std::set<int> endings;
+    const auto wait = [] {
+        const IsReady seesSet = [](const void*) { return isSet; };
+        how = Await("waits", Here(), seesSet, nullptr, Wakeable::ByTimeOutToo);
+    };
+    const auto set = [] {
+        TakeStep();
+        isSet = true;
+    };
+    const auto make = [&] {
         isSet = false;
-        return Scenario{.threads = {[] {
-                                        how = Await(
-                                            "waits", Here(), [](const void*) { return isSet; },
-                                            nullptr, Wakeable::ByTimeOutToo);
-                                    },
-                                    [] {
-                                        TakeStep();
-                                        isSet = true;
-                                    }},
-                        .atEnd = [&endings] { endings.insert(static_cast<int>(how)); }};
+        return Scenario{.threads = {wait, set},
+                        .atEnd = [&] { endings.insert(static_cast<int>(how)); }};
     };
     Explore({}, make);
     EXPECT_EQ(endings.size(), 2U); // in time and out of time

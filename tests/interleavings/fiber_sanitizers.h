@@ -3,18 +3,6 @@
 
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define QV_ADDRESS_SANITIZER 1
-#elif defined(__SANITIZE_THREAD__)
-#define QV_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QV_ADDRESS_SANITIZER 1
-#elif __has_feature(thread_sanitizer)
-#define QV_THREAD_SANITIZER 1
-#endif
-#endif
-
 #if defined(QV_ADDRESS_SANITIZER)
 #include <sanitizer/common_interface_defs.h>
 #elif defined(QV_THREAD_SANITIZER)
@@ -54,34 +42,32 @@ private:
     std::size_t m_size = 0;
     void* m_fakeStack = nullptr;
     FiberSanitizer* m_from = nullptr;
-#elif defined(QV_THREAD_SANITIZER)
+#else
+    void Arrived() {}
+#if defined(QV_THREAD_SANITIZER)
     ~FiberSanitizer()
     {
-        if (m_isCreated) {
-            __tsan_destroy_fiber(m_fiber);
+        if (m_made != nullptr) {
+            __tsan_destroy_fiber(m_made);
         }
     }
     void Create(const void* /*stack*/, std::size_t /*size*/)
     {
-        m_fiber = __tsan_create_fiber(0);
-        m_isCreated = true;
+        m_made = __tsan_create_fiber(0);
     }
     void Leave(FiberSanitizer& to)
     {
-        if (!m_isCreated) {
-            m_fiber = __tsan_get_current_fiber();
-        }
-        __tsan_switch_to_fiber(to.m_fiber, 0);
+        m_left = __tsan_get_current_fiber();
+        __tsan_switch_to_fiber(to.m_made != nullptr ? to.m_made : to.m_left, 0);
     }
-    void Arrived() {}
 
 private:
-    void* m_fiber = nullptr;
-    bool m_isCreated = false;
+    void* m_made = nullptr;
+    void* m_left = nullptr;
 #else
     void Create(const void* /*stack*/, std::size_t /*size*/) {}
     void Leave(FiberSanitizer& /*to*/) {}
-    void Arrived() {}
+#endif
 #endif
 };
 

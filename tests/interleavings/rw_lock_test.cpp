@@ -7,9 +7,8 @@
 //   ! ?  let those go on that wait; wait
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <memory>
-#include <string>
 
 #include "interleavings/explored_atomic.h" // last before what is explored
 #include "interleavings/programs.h"
@@ -42,11 +41,7 @@ public:
         Name(&m_lock.m_writing, "m_writing");
     }
 
-    CQVRWLockImpl& Lock() { return m_lock; }
-    Holds& Of(int thread) { return m_holds[static_cast<std::size_t>(thread)]; }
-
-    void FailWaits(int thread) { qv::core::ObjectOf<Event>(GateRecord())->failing = thread; }
-
+    void Call(char letter);
     void CheckStep()
     {
         CheckExclusion();
@@ -54,7 +49,7 @@ public:
             m_lock.m_writing.Seen() ? CheckWriting() : CheckReading();
         }
     }
-    void CheckFree()
+    void CheckEnd()
     {
         CheckStep();
         Require(m_lock.m_holdCount.Seen() == 0 && !m_lock.m_writing.Seen() &&
@@ -65,12 +60,14 @@ public:
 private:
     using Event = qv::platform::EventObject;
 
-    // A gate begins with its record.
-    const qv::core::WaitRecord& GateRecord() const
+    Holds& Of(int thread) { return m_holds[static_cast<std::size_t>(thread)]; }
+    Event& Gate() const
     {
-        return *reinterpret_cast<const qv::core::WaitRecord*>(m_lock.m_writerGate);
+        // A gate begins with its record.
+        const auto* const record =
+            reinterpret_cast<const qv::core::WaitRecord*>(m_lock.m_writerGate);
+        return *qv::core::ObjectOf<Event>(*record);
     }
-    const Event& Gate() const { return *qv::core::ObjectOf<Event>(GateRecord()); }
     int Holder() const { return m_lock.m_lockSection->holder; }
     int EntryOf(int thread)
     {
@@ -119,110 +116,74 @@ private:
 
     CQVRWLockImpl m_lock{"lock", 0};
     std::array<Holds, kThreads> m_holds;
+    bool m_mayGoOn = false;
 };
 
-namespace
+void RWLockInspector::Call(char letter)
 {
-
-struct World
-{
-    RWLockInspector inspector;
-    bool mayGoOn = false;
-};
-
-void RunCall(World& world, char call)
-{
-    CQVRWLockImpl& lock = world.inspector.Lock();
-    Holds& holds = world.inspector.Of(CurrentThread());
-    const auto done = [&holds](const char* name, QVRESULT (CQVRWLockImpl::*method)(),
-                               CQVRWLockImpl& object) {
-        Say(name);
-        holds.isInCall = true;
-        const QVRESULT result = (object.*method)();
-        holds.isInCall = false;
-        return result == S_OK;
+    using Lock = CQVRWLockImpl;
+    static constexpr struct
+    {
+        char letter;
+        const char* name;
+        QVRESULT (Lock::*method)();
+        int Holds::*count;
+        int change;
+        bool mayFail;
+    } calls[] = {
+        {'r', "AcquireRead", &Lock::AcquireRead, &Holds::reads, 1, false},
+        {'w', "AcquireWrite", &Lock::AcquireWrite, &Holds::writes, 1, false},
+        {'x', "AcquireWrite", &Lock::AcquireWrite, &Holds::writes, 1, true},
+        {'t', "TryAcquireRead", &Lock::TryAcquireRead, &Holds::reads, 1, true},
+        {'T', "TryAcquireWrite", &Lock::TryAcquireWrite, &Holds::writes, 1, true},
+        {'R', "ReleaseRead", &Lock::ReleaseRead, &Holds::reads, -1, false},
+        {'W', "ReleaseWrite", &Lock::ReleaseWrite, &Holds::writes, -1, false},
     };
-    const auto must = [](bool isDone) { Require(isDone, "a call failed"); };
-    switch (call) {
-    case 'r':
-        must(done("AcquireRead", &CQVRWLockImpl::AcquireRead, lock));
-        ++holds.reads;
-        break;
-    case 'w':
-        must(done("AcquireWrite", &CQVRWLockImpl::AcquireWrite, lock));
-        ++holds.writes;
-        break;
-    case 'x':
-        world.inspector.FailWaits(CurrentThread());
-        holds.writes += done("AcquireWrite", &CQVRWLockImpl::AcquireWrite, lock) ? 1 : 0;
-        break;
-    case 't':
-        holds.reads += done("TryAcquireRead", &CQVRWLockImpl::TryAcquireRead, lock) ? 1 : 0;
-        break;
-    case 'T':
-        holds.writes += done("TryAcquireWrite", &CQVRWLockImpl::TryAcquireWrite, lock) ? 1 : 0;
-        break;
-    case 'R':
-        if (holds.reads != 0) {
-            --holds.reads;
-            must(done("ReleaseRead", &CQVRWLockImpl::ReleaseRead, lock));
-        }
-        break;
-    case 'W':
-        if (holds.writes != 0) {
-            --holds.writes;
-            must(done("ReleaseWrite", &CQVRWLockImpl::ReleaseWrite, lock));
-        }
-        break;
-    case '!':
-        world.mayGoOn = true;
-        break;
-    default:
-        Say("?");
-        Await(
-            "waits for !", Here(),
-            [](const void* mayGoOn) { return *static_cast<const bool*>(mayGoOn); }, &world.mayGoOn);
+    const auto mayGoOn = [](const void* may) { return *static_cast<const bool*>(may); };
+    if (letter == '!') {
+        m_mayGoOn = true;
+        return;
     }
-}
-
-Program Calls(std::initializer_list<const char*> threads, int preemptions = 3)
-{
-    std::string name;
-    for (const char* const calls : threads) {
-        name += name.empty() ? calls : std::string(" | ") + calls;
+    if (letter == '?') {
+        Await("waits for !", Here(), mayGoOn, &m_mayGoOn);
+        return;
     }
-    const std::vector<std::string> programs(threads.begin(), threads.end());
-    return {name,
-            [programs] {
-                const auto world = std::make_shared<World>();
-                Scenario scenario;
-                for (const std::string& calls : programs) {
-                    scenario.threads.push_back([world, &calls] {
-                        for (const char call : calls) {
-                            RunCall(*world, call);
-                        }
-                    });
-                }
-                scenario.afterEachStep = [world] { world->inspector.CheckStep(); };
-                scenario.atEnd = [world] { world->inspector.CheckFree(); };
-                return scenario;
-            },
-            {.preemptions = preemptions}};
+    if (letter == 'x') {
+        Gate().failing = CurrentThread();
+    }
+    const auto& call = *std::find_if(std::begin(calls), std::end(calls),
+                                     [letter](const auto& row) { return row.letter == letter; });
+    Holds& holds = Of(CurrentThread());
+    int& count = holds.*call.count;
+    if (count + call.change < 0) {
+        return;
+    }
+    Say(call.name);
+    count += std::min(call.change, 0);
+    holds.isInCall = true;
+    const bool isDone = (m_lock.*call.method)() == S_OK;
+    holds.isInCall = false;
+    count += isDone ? std::max(call.change, 0) : 0;
+    Require(isDone || call.mayFail, "a call failed");
 }
-
-} // namespace
 
 // A thread that reads must not ask for write while another is on its way there: so beside an
 // upgrade the others read, or only try to write, or wait until it is done.
 TEST(RWLockInterleavings, HoldInAll)
 {
-    ExpectHold({
-        Calls({"rR", "wW"}, 4),      Calls({"rrRR", "wwWW"}, 4),  Calls({"rwWR", "rR"}, 4),
-        Calls({"rwRW", "rR"}, 4),    Calls({"wrWR", "wW"}, 4),    Calls({"wrRW", "rR"}, 4),
-        Calls({"tR", "TW"}, 4),      Calls({"rTWR", "rTWR"}, 4),  Calls({"rxWR", "rR"}, 4),
-        Calls({"rR", "wW", "wW"}),   Calls({"rR", "rR", "wW"}),   Calls({"rrRR", "rR", "wW"}),
-        Calls({"wrWR", "wW", "rR"}), Calls({"wwWW", "TW", "tR"}), Calls({"rwWR", "rR", "rR"}, 2),
-        Calls({"rwWR", "rR", "TW"}), Calls({"rxWR", "rR", "TW"}), Calls({"rw!WR", "rR", "?wW"}, 2),
-        Calls({"rTWR", "rR", "wW"}),
-    });
+    const std::pair<std::vector<std::string>, int> rows[] = {
+        // and the preemptions
+        {{"rR", "wW"}, 4},         {{"rrRR", "wwWW"}, 4},     {{"rwWR", "rR"}, 4},
+        {{"rwRW", "rR"}, 4},       {{"wrWR", "wW"}, 4},       {{"wrRW", "rR"}, 4},
+        {{"tR", "TW"}, 4},         {{"rTWR", "rTWR"}, 4},     {{"rxWR", "rR"}, 4},
+        {{"rR", "wW", "wW"}, 3},   {{"rR", "rR", "wW"}, 3},   {{"rrRR", "rR", "wW"}, 3},
+        {{"wrWR", "wW", "rR"}, 3}, {{"wwWW", "TW", "tR"}, 3}, {{"rwWR", "rR", "rR"}, 2},
+        {{"rwWR", "rR", "TW"}, 3}, {{"rxWR", "rR", "TW"}, 3}, {{"rw!WR", "rR", "?wW"}, 2},
+        {{"rTWR", "rR", "wW"}, 3},
+    };
+    std::vector<Program> programs;
+    for (const auto& [threads, preemptions] : rows) {
+        programs.push_back(Calls<RWLockInspector>("", threads, {.preemptions = preemptions}));
+    }
+    ExpectHold(programs);
 }

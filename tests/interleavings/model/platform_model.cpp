@@ -8,14 +8,7 @@
 namespace qv::platform
 {
 
-using explore::Atomic;
-using explore::Await;
-using explore::Awaited;
-using explore::CurrentThread;
-using explore::Require;
-using explore::Step;
-using explore::Wakeable;
-using explore::Where;
+using namespace explore;
 
 namespace
 {
@@ -35,11 +28,6 @@ bool IsFree(const void* object)
     return static_cast<const CRITICAL_SECTION*>(object)->holder == CRITICAL_SECTION::kNobody;
 }
 
-bool IsWoken(const void* object)
-{
-    return static_cast<const Sleeper*>(object)->isWoken;
-}
-
 bool Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected, Wakeable wakeable,
            Where where)
 {
@@ -49,7 +37,10 @@ bool Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected, Wakeable w
     }
     Sleeper self = {&word, false};
     g_sleepers.push_back(&self);
-    const Awaited awaited = Await("sleeps on", where, &IsWoken, &self, wakeable);
+    const auto isWoken = [](const void* object) {
+        return static_cast<const Sleeper*>(object)->isWoken;
+    };
+    const Awaited awaited = Await("sleeps on", where, isWoken, &self, wakeable);
     std::erase(g_sleepers, &self);
     return awaited != Awaited::TimedOut;
 }
@@ -89,13 +80,10 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, Where where)
 {
     Step("try to enter", section, where);
     section->liveness.Check();
-    if (section->holder == CurrentThread()) {
-        ++section->depth;
-        return kTrue;
-    }
-    if (!IsFree(section)) {
+    if (section->holder != CurrentThread() && !IsFree(section)) {
         return kFalse;
     }
+    section->depth += section->holder == CurrentThread() ? 1 : 0;
     section->holder = CurrentThread();
     return kTrue;
 }
@@ -130,11 +118,8 @@ void FutexWait(const Atomic<std::uint32_t>& word, std::uint32_t expected, Where 
 bool FutexWaitUntil(const Atomic<std::uint32_t>& word, std::uint32_t expected,
                     const Deadline& deadline, Where where)
 {
-    if (deadline.IsNow()) {
-        return false;
-    }
-    return Sleep(word, expected, deadline.IsForever() ? Wakeable::EarlyToo : Wakeable::ByTimeOutToo,
-                 where);
+    const Wakeable wakeable = deadline.IsForever() ? Wakeable::EarlyToo : Wakeable::ByTimeOutToo;
+    return !deadline.IsNow() && Sleep(word, expected, wakeable, where);
 }
 
 void FutexWake(const Atomic<std::uint32_t>* word, int count, Where where)

@@ -50,7 +50,9 @@ public:
         }
         bool isFreed = false;
         m_waiters.push_back(&isFreed);
-        explore::Await("is let through the gate", where, &IsFreed, &isFreed);
+        explore::Await(
+            "is let through the gate", where,
+            [](const void* freed) { return *static_cast<const bool*>(freed); }, &isFreed);
         return WAIT_OBJECT_0;
     }
     void Close() override { delete this; }
@@ -62,8 +64,6 @@ public:
     bool SeenAwaited() const { return !m_waiters.empty(); }
 
 private:
-    static bool IsFreed(const void* isFreed) { return *static_cast<const bool*>(isFreed); }
-
     bool m_isSignalled = false;
     std::vector<bool*> m_waiters;
 };
