@@ -74,8 +74,7 @@ enum class Awaited
     WokenEarly,
     TimedOut,
 };
-using IsReady = bool (*)(const void* object);
-Awaited Await(const char* what, Where where, IsReady isReady, const void* object,
+Awaited Await(const char* what, const void* object, Where where, std::function<bool()> isReady,
               Wakeable wakeable = Wakeable::WhenReady);
 
 // Waits until so many threads sleep on something that can also end early or run out of time.

@@ -16,46 +16,41 @@ void TakeStep()
     Step("step", nullptr, Here());
 }
 
-// Two threads of two letters each, and the words that they write.
-Outcome Write(int preemptions, std::set<std::string>& words)
+// The words that two threads of two letters each write.
+std::set<std::string> Words(int preemptions, long schedules)
 {
-    static std::string word;
-    return Explore({.preemptions = preemptions}, [&words] {
+    std::set<std::string> words;
+    std::string word;
+    const auto write = [&word](char letter) {
+        for (int i = 0; i < 2; ++i) {
+            TakeStep();
+            word += letter;
+        }
+    };
+    const auto make = [&] {
         word.clear();
-        const auto write = [](char letter) {
-            for (int i = 0; i < 2; ++i) {
-                TakeStep();
-                word += letter;
-            }
-        };
-        return Scenario{.threads = {[write] { write('a'); }, [write] { write('b'); }},
-                        .atEnd = [&words] { words.insert(word); }};
-    });
+        return Scenario{.threads = {[&] { write('a'); }, [&] { write('b'); }},
+                        .atEnd = [&] { words.insert(word); }};
+    };
+    EXPECT_EQ(Explore({.preemptions = preemptions}, make).schedules, schedules);
+    return words;
 }
 
 } // namespace
 
 TEST(Explorer, TriesAllOrdersOnce)
 {
-    std::set<std::string> words;
     // A thread stands before its beginning and its two steps: as many orders as there are ways to
     // choose 3 places out of 6.
-    EXPECT_EQ(Write(100, words).schedules, 20);
-    EXPECT_EQ(words, (std::set<std::string>{"aabb", "abab", "abba", "baab", "baba", "bbaa"}));
-    words.clear();
-    EXPECT_EQ(Write(0, words).schedules, 2);
-    EXPECT_EQ(words, (std::set<std::string>{"aabb", "bbaa"}));
-    words.clear();
-    Write(1, words);
-    EXPECT_EQ(words, (std::set<std::string>{"aabb", "abba", "baab", "bbaa"}));
+    EXPECT_EQ(Words(100, 20),
+              (std::set<std::string>{"aabb", "abab", "abba", "baab", "baba", "bbaa"}));
+    EXPECT_EQ(Words(1, 6), (std::set<std::string>{"aabb", "abba", "baab", "bbaa"}));
+    EXPECT_EQ(Words(0, 2), (std::set<std::string>{"aabb", "bbaa"}));
 }
 
 TEST(Explorer, SaysWhatGoesWrong)
 {
-    const auto never = [] {
-        Await(
-            "waits in vain", Here(), [](const void*) { return false; }, nullptr);
-    };
+    const auto never = [] { Await("waits in vain", nullptr, Here(), [] { return false; }); };
     const auto endless = [] {
         for (;;) {
             TakeStep();
@@ -85,8 +80,8 @@ TEST(Explorer, LetsWaitsRunOutAtAnyMoment)
     static Awaited how = Awaited::Ready;
     std::set<int> endings;
     const auto wait = [] {
-        const IsReady seesSet = [](const void*) { return isSet; };
-        how = Await("waits", Here(), seesSet, nullptr, Wakeable::ByTimeOutToo);
+        how = Await(
+            "waits", nullptr, Here(), [] { return isSet; }, Wakeable::ByTimeOutToo);
     };
     const auto set = [] {
         TakeStep();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #if defined(QV_ADDRESS_SANITIZER)
 #include <sanitizer/common_interface_defs.h>
@@ -16,10 +17,6 @@ namespace qv::explore
 class FiberSanitizer
 {
 public:
-    FiberSanitizer() = default;
-    FiberSanitizer(const FiberSanitizer&) = delete;
-    FiberSanitizer& operator=(const FiberSanitizer&) = delete;
-
 #if defined(QV_ADDRESS_SANITIZER)
     void Create(const void* stack, std::size_t size)
     {
@@ -42,32 +39,29 @@ private:
     std::size_t m_size = 0;
     void* m_fakeStack = nullptr;
     FiberSanitizer* m_from = nullptr;
-#else
-    void Arrived() {}
-#if defined(QV_THREAD_SANITIZER)
-    ~FiberSanitizer()
-    {
-        if (m_made != nullptr) {
-            __tsan_destroy_fiber(m_made);
-        }
-    }
+#elif defined(QV_THREAD_SANITIZER)
     void Create(const void* /*stack*/, std::size_t /*size*/)
     {
-        m_made = __tsan_create_fiber(0);
+        m_made.reset(__tsan_create_fiber(0));
     }
     void Leave(FiberSanitizer& to)
     {
         m_left = __tsan_get_current_fiber();
-        __tsan_switch_to_fiber(to.m_made != nullptr ? to.m_made : to.m_left, 0);
+        __tsan_switch_to_fiber(to.m_made ? to.m_made.get() : to.m_left, 0);
     }
+    void Arrived() {}
 
 private:
-    void* m_made = nullptr;
+    struct Destroy
+    {
+        void operator()(void* fiber) const { __tsan_destroy_fiber(fiber); }
+    };
+    std::unique_ptr<void, Destroy> m_made;
     void* m_left = nullptr;
 #else
     void Create(const void* /*stack*/, std::size_t /*size*/) {}
     void Leave(FiberSanitizer& /*to*/) {}
-#endif
+    void Arrived() {}
 #endif
 };
 

@@ -16,7 +16,6 @@
 #include "locks/rw_lock.h"
 
 using namespace qv::explore;
-using qv::platform::CRITICAL_SECTION;
 
 constexpr int kThreads = 3;
 
@@ -53,7 +52,7 @@ public:
     {
         CheckStep();
         Require(m_lock.m_holdCount.Seen() == 0 && !m_lock.m_writing.Seen() &&
-                    m_lock.m_waitingWriter.Seen() == 0 && Holder() == CRITICAL_SECTION::kNobody,
+                    m_lock.m_waitingWriter.Seen() == 0 && m_lock.m_lockSection->IsFree(),
                 "the lock is not free at the end");
     }
 
@@ -77,17 +76,18 @@ private:
 
     void CheckExclusion()
     {
-        for (int writer = 0; writer < kThreads; ++writer) {
-            for (int other = 0; other < kThreads && Of(writer).writes != 0; ++other) {
-                Require(other == writer || Of(other).reads + Of(other).writes == 0,
-                        "a thread writes while another holds the lock");
-            }
+        int holders = 0;
+        int writers = 0;
+        for (const Holds& holds : m_holds) {
+            holders += holds.reads + holds.writes != 0 ? 1 : 0;
+            writers += holds.writes != 0 ? 1 : 0;
         }
+        Require(writers == 0 || holders == 1, "a thread writes while another holds the lock");
     }
     // A call with m_arrayLock, or with m_lock and not asleep at the gate, is at its changes.
     bool IsChanging()
     {
-        return m_lock.m_arraySection->holder != CRITICAL_SECTION::kNobody ||
+        return !m_lock.m_arraySection->IsFree() ||
                (Holder() >= 0 && Of(Holder()).isInCall && !Gate().SeenAwaited());
     }
     void CheckWriting()
@@ -124,35 +124,32 @@ void RWLockInspector::Call(char letter)
     using Lock = CQVRWLockImpl;
     static constexpr struct
     {
-        char letter;
         const char* name;
         QVRESULT (Lock::*method)();
         int Holds::*count;
         int change;
         bool mayFail;
     } calls[] = {
-        {'r', "AcquireRead", &Lock::AcquireRead, &Holds::reads, 1, false},
-        {'w', "AcquireWrite", &Lock::AcquireWrite, &Holds::writes, 1, false},
-        {'x', "AcquireWrite", &Lock::AcquireWrite, &Holds::writes, 1, true},
-        {'t', "TryAcquireRead", &Lock::TryAcquireRead, &Holds::reads, 1, true},
-        {'T', "TryAcquireWrite", &Lock::TryAcquireWrite, &Holds::writes, 1, true},
-        {'R', "ReleaseRead", &Lock::ReleaseRead, &Holds::reads, -1, false},
-        {'W', "ReleaseWrite", &Lock::ReleaseWrite, &Holds::writes, -1, false},
+        {"AcquireRead", &Lock::AcquireRead, &Holds::reads, 1, false},
+        {"AcquireWrite", &Lock::AcquireWrite, &Holds::writes, 1, false},
+        {"AcquireWrite", &Lock::AcquireWrite, &Holds::writes, 1, true},
+        {"TryAcquireRead", &Lock::TryAcquireRead, &Holds::reads, 1, true},
+        {"TryAcquireWrite", &Lock::TryAcquireWrite, &Holds::writes, 1, true},
+        {"ReleaseRead", &Lock::ReleaseRead, &Holds::reads, -1, false},
+        {"ReleaseWrite", &Lock::ReleaseWrite, &Holds::writes, -1, false},
     };
-    const auto mayGoOn = [](const void* may) { return *static_cast<const bool*>(may); };
     if (letter == '!') {
         m_mayGoOn = true;
         return;
     }
     if (letter == '?') {
-        Await("waits for !", Here(), mayGoOn, &m_mayGoOn);
+        Await("waits for !", nullptr, Here(), [this] { return m_mayGoOn; });
         return;
     }
     if (letter == 'x') {
         Gate().failing = CurrentThread();
     }
-    const auto& call = *std::find_if(std::begin(calls), std::end(calls),
-                                     [letter](const auto& row) { return row.letter == letter; });
+    const auto& call = calls[std::string_view("rwxtTRW").find(letter)];
     Holds& holds = Of(CurrentThread());
     int& count = holds.*call.count;
     if (count + call.change < 0) {

@@ -21,12 +21,6 @@ struct Sleeper
 
 // In the order in which they fell asleep, like the kernel's.
 std::vector<Sleeper*> g_sleepers;
-DWORD g_lastError = 0;
-
-bool IsFree(const void* object)
-{
-    return static_cast<const CRITICAL_SECTION*>(object)->holder == CRITICAL_SECTION::kNobody;
-}
 
 bool Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected, Wakeable wakeable,
            Where where)
@@ -37,32 +31,13 @@ bool Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected, Wakeable w
     }
     Sleeper self = {&word, false};
     g_sleepers.push_back(&self);
-    const auto isWoken = [](const void* object) {
-        return static_cast<const Sleeper*>(object)->isWoken;
-    };
-    const Awaited awaited = Await("sleeps on", where, isWoken, &self, wakeable);
+    const Awaited awaited = Await(
+        "sleeps on", &word, where, [&] { return self.isWoken; }, wakeable);
     std::erase(g_sleepers, &self);
     return awaited != Awaited::TimedOut;
 }
 
 } // namespace
-
-BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD /*spin*/)
-{
-    InitializeCriticalSection(section);
-    return kTrue;
-}
-
-void InitializeCriticalSection(CRITICAL_SECTION* section)
-{
-    section->depth = 0;
-    section->holder = CRITICAL_SECTION::kNobody;
-}
-
-void DeleteCriticalSection(CRITICAL_SECTION* section)
-{
-    section->liveness.Check();
-}
 
 LONG EnterCriticalSection(CRITICAL_SECTION* section, Where where)
 {
@@ -70,7 +45,7 @@ LONG EnterCriticalSection(CRITICAL_SECTION* section, Where where)
         ++section->depth; // nobody else can tell
         return 0;
     }
-    Await("enter", where, &IsFree, section);
+    Await("enter", section, where, [=] { return section->IsFree(); });
     section->liveness.Check();
     section->holder = CurrentThread();
     return 0;
@@ -80,7 +55,7 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, Where where)
 {
     Step("try to enter", section, where);
     section->liveness.Check();
-    if (section->holder != CurrentThread() && !IsFree(section)) {
+    if (section->holder != CurrentThread() && !section->IsFree()) {
         return kFalse;
     }
     section->depth += section->holder == CurrentThread() ? 1 : 0;
@@ -98,16 +73,6 @@ void LeaveCriticalSection(CRITICAL_SECTION* section, Where where)
     Step("leave", section, where);
     section->liveness.Check();
     section->holder = CRITICAL_SECTION::kNobody;
-}
-
-bool HoldsCriticalSection(const CRITICAL_SECTION& section)
-{
-    return section.holder == CurrentThread();
-}
-
-bool SpinUntilChanged(const Atomic<std::uint32_t>& word, std::uint32_t expected, Where where)
-{
-    return word.load(std::memory_order_acquire, where) != expected;
 }
 
 void FutexWait(const Atomic<std::uint32_t>& word, std::uint32_t expected, Where where)
@@ -138,16 +103,6 @@ Deadline Deadline::After(DWORD milliseconds)
     return Deadline(milliseconds == INFINITE ? kForever : milliseconds);
 }
 
-extern "C"
-{
-    DWORD GetLastError()
-    {
-        return g_lastError;
-    }
-    void SetLastError(DWORD error)
-    {
-        g_lastError = error;
-    }
-}
+extern "C" void SetLastError(DWORD /*error*/) {}
 
 } // namespace qv::platform

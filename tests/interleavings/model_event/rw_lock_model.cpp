@@ -3,6 +3,7 @@
 
 #include "locks/gate.h"
 #include "platform/critical_section.h"
+#include "platform/error.h"
 #include "platform/thread.h"
 
 using namespace qv::platform;
@@ -33,6 +34,10 @@ extern "C"
     {
         object->Close();
         return kTrue;
+    }
+    DWORD GetLastError()
+    {
+        return 0;
     }
     DWORD GetCurrentThreadId()
     {

@@ -13,17 +13,24 @@ struct CRITICAL_SECTION
 {
     static constexpr int kNobody = -2;
 
+    bool IsFree() const { return holder == kNobody; }
+
     std::uint32_t depth = 0; // levels beyond the first
     int holder = kNobody;
     explore::Liveness<std::uint32_t> liveness;
 };
 
-BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spin);
-void InitializeCriticalSection(CRITICAL_SECTION* section);
-void DeleteCriticalSection(CRITICAL_SECTION* section);
+inline void InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* /*section*/, DWORD /*spin*/) {}
+inline void DeleteCriticalSection(CRITICAL_SECTION* section)
+{
+    section->liveness.Check();
+}
 LONG EnterCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
 BOOL TryEnterCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
 void LeaveCriticalSection(CRITICAL_SECTION* section, explore::Where where = explore::Here());
-bool HoldsCriticalSection(const CRITICAL_SECTION& section);
+inline bool HoldsCriticalSection(const CRITICAL_SECTION& section)
+{
+    return section.holder == explore::CurrentThread();
+}
 
 } // namespace qv::platform

@@ -9,8 +9,11 @@
 namespace qv::platform
 {
 
-bool SpinUntilChanged(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
-                      explore::Where where = explore::Here());
+inline bool SpinUntilChanged(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
+                             explore::Where where = explore::Here())
+{
+    return word.load(std::memory_order_acquire, where) != expected;
+}
 void FutexWait(const explore::Atomic<std::uint32_t>& word, std::uint32_t expected,
                explore::Where where = explore::Here());
 // Any deadline between now and never may pass at any moment.

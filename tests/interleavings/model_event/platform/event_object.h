@@ -50,9 +50,7 @@ public:
         }
         bool isFreed = false;
         m_waiters.push_back(&isFreed);
-        explore::Await(
-            "is let through the gate", where,
-            [](const void* freed) { return *static_cast<const bool*>(freed); }, &isFreed);
+        explore::Await("is let through the gate", this, where, [&] { return isFreed; });
         return WAIT_OBJECT_0;
     }
     void Close() override { delete this; }
