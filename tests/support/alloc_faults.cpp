@@ -15,41 +15,20 @@ extern "C"
 namespace
 {
 
-std::atomic<long> g_live{0};
-thread_local long t_countdown = 0; // 0: none is to fail
-thread_local bool t_happened = false;
+using qv::test::FailAllocation;
 
-bool FailsNow()
-{
-    if (t_countdown > 0 && --t_countdown == 0) {
-        t_happened = true;
-        return true;
-    }
-    return false;
-}
+std::atomic<long> g_live{0};
 
 void* Counted(void* block)
 {
-    if (block != nullptr) {
-        g_live.fetch_add(1, std::memory_order_relaxed);
-    }
+    g_live += block != nullptr ? 1 : 0;
     return block;
-}
-
-void Uncount(const void* block)
-{
-    if (block != nullptr) {
-        g_live.fetch_sub(1, std::memory_order_relaxed);
-    }
 }
 
 void* New(std::size_t size, std::size_t alignment)
 {
-    if (FailsNow()) {
+    if (FailAllocation::IsNow()) {
         return nullptr;
-    }
-    if (size == 0) {
-        size = 1;
     }
     return Counted(alignment == 0
                        ? __real_malloc(size)
@@ -58,16 +37,15 @@ void* New(std::size_t size, std::size_t alignment)
 
 void* NewOrThrow(std::size_t size, std::size_t alignment)
 {
-    void* block = New(size, alignment);
-    if (block == nullptr) {
-        throw std::bad_alloc();
+    if (void* const block = New(size, alignment)) {
+        return block;
     }
-    return block;
+    throw std::bad_alloc();
 }
 
 void Delete(void* block)
 {
-    Uncount(block);
+    g_live -= block != nullptr ? 1 : 0;
     __real_free(block);
 }
 
@@ -98,32 +76,24 @@ extern "C"
 {
     void* __wrap_malloc(std::size_t size)
     {
-        return FailsNow() ? nullptr : Counted(__real_malloc(size));
+        return FailAllocation::IsNow() ? nullptr : Counted(__real_malloc(size));
     }
-
     void* __wrap_calloc(std::size_t count, std::size_t size)
     {
-        return FailsNow() ? nullptr : Counted(__real_calloc(count, size));
+        return FailAllocation::IsNow() ? nullptr : Counted(__real_calloc(count, size));
     }
-
     void* __wrap_realloc(void* block, std::size_t size)
     {
-        if (FailsNow()) {
+        if (FailAllocation::IsNow()) {
             return nullptr;
         }
-        void* grown = __real_realloc(block, size);
-        if (block == nullptr) {
-            Counted(grown);
-        } else if (grown == nullptr && size == 0) {
-            Uncount(block);
-        }
-        return grown;
+        void* const grown = __real_realloc(block, size);
+        g_live -= block != nullptr && (grown != nullptr || size == 0) ? 1 : 0;
+        return Counted(grown);
     }
-
     void __wrap_free(void* block)
     {
-        Uncount(block);
-        __real_free(block);
+        Delete(block);
     }
 }
 
@@ -132,35 +102,18 @@ namespace qv::test
 
 long LiveBlocks()
 {
-    return g_live.load();
-}
-
-FailAllocation::FailAllocation(long n)
-{
-    t_countdown = n;
-    t_happened = false;
-}
-
-FailAllocation::~FailAllocation()
-{
-    t_countdown = 0;
-}
-
-bool FailAllocation::Happened() const
-{
-    return t_happened;
+    return g_live;
 }
 
 long SweepAllocations(const std::function<void()>& call,
                       const std::function<void(long n, bool failed)>& check)
 {
     for (long n = 1; n <= 10000; ++n) {
-        bool failed = false;
         {
             const FailAllocation fault(n);
             call();
-            failed = fault.Happened();
         }
+        const bool failed = FailAllocation::Happened();
         check(n, failed);
         if (!failed) {
             return n - 1;

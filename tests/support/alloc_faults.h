@@ -17,12 +17,26 @@ long LiveBlocks();
 class FailAllocation
 {
 public:
-    explicit FailAllocation(long n);
-    ~FailAllocation();
+    explicit FailAllocation(long n)
+    {
+        s_countdown = n;
+        s_happened = false;
+    }
+    ~FailAllocation() { s_countdown = 0; }
     FailAllocation(const FailAllocation&) = delete;
     FailAllocation& operator=(const FailAllocation&) = delete;
 
-    bool Happened() const;
+    static bool Happened() { return s_happened; } // of the last one
+    // Counts one allocation.
+    static bool IsNow()
+    {
+        s_happened = s_happened || s_countdown == 1;
+        return s_countdown > 0 && --s_countdown == 0;
+    }
+
+private:
+    static inline thread_local long s_countdown = 0; // 0: none is to fail
+    static inline thread_local bool s_happened = false;
 };
 
 // Runs the call with the first, second, third ... allocation failing until none fails any more, and

@@ -33,8 +33,7 @@ public:
 
     void Kill()
     {
-        if (m_id > 0) {
-            kill(m_id, SIGKILL);
+        if (m_id > 0 && kill(m_id, SIGKILL) == 0) {
             Succeeded();
         }
     }
@@ -65,13 +64,11 @@ template <class Test>
 bool Becomes(Test test, std::chrono::seconds patience = std::chrono::seconds(10))
 {
     const auto end = std::chrono::steady_clock::now() + patience;
-    while (!test()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
+    bool isSo;
+    while (!(isSo = test()) && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-    return true;
+    return isSo;
 }
 
 inline std::chrono::steady_clock::time_point StressEnd()
@@ -97,10 +94,7 @@ inline std::ptrdiff_t CountDescriptors()
 inline int LockByte(const char* path, off_t byte, short type = F_WRLCK)
 {
     const int file = open(path, O_RDWR | O_CLOEXEC);
-    struct flock lock = {};
-    lock.l_type = type;
-    lock.l_start = byte;
-    lock.l_len = 1;
+    struct flock lock = {type, SEEK_SET, byte, 1, 0};
     return fcntl(file, F_OFD_SETLK, &lock) == 0 ? file : -1;
 }
 

@@ -24,6 +24,7 @@ public:
               m_id = static_cast<pid_t>(syscall(SYS_gettid));
               body();
               m_isDone = true;
+              m_isDone.notify_all();
           })
     {}
 
@@ -38,21 +39,16 @@ public:
         }
     }
 
-    void AwaitDone() const
-    {
-        while (!m_isDone) {
-            std::this_thread::yield();
-        }
-    }
+    void AwaitDone() const { m_isDone.wait(false); }
 
 private:
     char State() const
     {
         std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const std::size_t name = text.rfind(')');
-        return name != std::string::npos && name + 2 < text.size() ? text[name + 2] : '?';
+        std::string name;
+        char state = '?';
+        std::getline(file, name, ')') >> state;
+        return state;
     }
 
     std::atomic<pid_t> m_id{0};
