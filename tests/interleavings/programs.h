@@ -47,20 +47,4 @@ template <class World, class... Arguments> Program Calls(std::string name,
 // Prints how many schedules each took. QV_MORE_PREEMPTIONS in the environment adds to the limits.
 void ExpectHold(const std::vector<Program>& programs);
 
-// An object that a waiter destroys at once after its wait: nothing may touch it any more.
-template <class Object> class Storage
-{
-public:
-    template <class... Arguments> explicit Storage(Arguments... arguments)
-    {
-        new (m_bytes) Object(arguments...);
-    }
-    Object& operator*() { return *std::launder(reinterpret_cast<Object*>(m_bytes)); }
-    Object* operator->() { return &**this; }
-    void Destroy() { (**this).~Object(); }
-
-private:
-    alignas(Object) std::byte m_bytes[sizeof(Object)];
-};
-
 } // namespace qv::explore
