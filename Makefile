@@ -1,6 +1,6 @@
 # Thin targets over the presets of CMakePresets.json; build trees are under build/.
 PREFIX ?= /usr/local
-TEXTS ?= examples/texts/*.txt
+TEXTS ?= examples/texts
 
 .PHONY: all run test check bench install format docs clean
 
@@ -9,7 +9,7 @@ all:
 	cmake --preset release
 	cmake --build --preset release
 
-# The example host on the texts that come with it; TEXTS="a.txt b.txt" names others.
+# The example host on the folder of texts that comes with it; TEXTS="a.txt b.txt" names others.
 run:
 	@scripts/bootstrap run
 	cmake --preset release

@@ -2,7 +2,6 @@
 
 #include <qvcore6/result.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -29,17 +28,6 @@ struct ReleaseInterface
     void operator()(IQVUnknown* object) const { object->Release(); }
 };
 using Analyser = std::unique_ptr<ITextAnalyser, ReleaseInterface>;
-
-struct CloseFile
-{
-    void operator()(std::FILE* file) const
-    {
-        if (file != stdin) {
-            std::fclose(file);
-        }
-    }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 struct FreeBlock
 {
@@ -96,18 +84,22 @@ std::vector<Worker> MakeWorkers(const std::vector<TextClass>& classes)
 }
 
 // Reads in pieces: a file may be larger than memory.
-bool FeedFile(std::FILE* file, std::vector<Worker>& workers)
+QVRESULT FeedFile(const Handle& file, std::vector<Worker>& workers)
 {
-    std::vector<char> piece(kPieceBytes);
-    std::size_t size = 0;
-    while ((size = std::fread(piece.data(), 1, piece.size(), file)) != 0) {
+    std::vector<char> piece;
+    for (;;) {
+        piece.resize(kPieceBytes);
+        const QVRESULT result = Read(file, piece);
+        if (result < 0 || piece.empty()) {
+            return result;
+        }
         for (Worker& worker : workers) {
             if (worker.result >= 0) {
-                worker.result = worker.analyser->Feed(piece.data(), static_cast<uint32_t>(size));
+                worker.result =
+                    worker.analyser->Feed(piece.data(), static_cast<uint32_t>(piece.size()));
             }
         }
     }
-    return std::ferror(file) == 0;
 }
 
 void AddFindings(const std::string& file, Worker& worker, FileReport& report)
@@ -144,18 +136,6 @@ std::string WhyUnusable(const GUID& clsid, QVRESULT result)
            InWords(result) + ")";
 }
 
-// Not strerror, whose text another thread may overwrite.
-std::string Reason(int number)
-{
-    return std::generic_category().message(number);
-}
-
-// A file, or the standard input.
-File Open(const std::string& name)
-{
-    return File(name == "-" ? stdin : std::fopen(name.c_str(), "rb"));
-}
-
 } // namespace
 
 bool Introduce(TextClass& textClass)
@@ -187,24 +167,22 @@ bool Introduce(TextClass& textClass)
     return true;
 }
 
-FileReport Analyse(const std::string& file, const std::vector<TextClass>& classes)
+FileReport Analyse(const TextFile& file, const std::vector<TextClass>& classes)
 {
-    std::error_code error;
-    if (std::filesystem::is_directory(file, error)) {
-        return {"", {file + ": this is a directory, not a file"}};
-    }
-    const File opened = Open(file);
-    if (!opened) {
-        return {"", {file + ": cannot be opened: " + Reason(errno)}};
+    Handle handle;
+    const QVRESULT opened = Open(file, handle);
+    if (opened < 0) {
+        return {"", {file.name + ": cannot be opened: " + InWords(opened)}};
     }
     std::vector<Worker> workers = MakeWorkers(classes);
-    if (!FeedFile(opened.get(), workers)) {
-        return {"", {file + ": cannot be read to its end: " + Reason(errno)}};
+    const QVRESULT read = FeedFile(handle, workers);
+    if (read < 0) {
+        return {"", {file.name + ": cannot be read to its end: " + InWords(read)}};
     }
     FileReport report;
-    report.text = "\n" + Shown(file) + "\n";
+    report.text = "\n" + Shown(file.name) + "\n";
     for (Worker& worker : workers) {
-        AddFindings(file, worker, report);
+        AddFindings(file.name, worker, report);
     }
     return report;
 }

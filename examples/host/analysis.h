@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "files.h"
+
 namespace host
 {
 
@@ -27,6 +29,6 @@ struct FileReport
 };
 
 // What the classes find in the file. Any number of threads at once.
-FileReport Analyse(const std::string& file, const std::vector<TextClass>& classes);
+FileReport Analyse(const TextFile& file, const std::vector<TextClass>& classes);
 
 } // namespace host

@@ -6,9 +6,9 @@
 namespace host
 {
 
-Crew::Crew(const std::vector<std::string>& files, const std::vector<TextClass>& classes,
-           std::size_t threads)
-    : m_files(files), m_classes(classes), m_results(files.size())
+Crew::Crew(const std::vector<TextFile>& files, const std::vector<TextClass>& classes,
+           std::size_t threads, Progress& progress)
+    : m_files(files), m_classes(classes), m_results(files.size()), m_progress(progress)
 {
     m_threads.reserve(threads);
     while (m_threads.size() < threads) {
@@ -51,9 +51,10 @@ uint32_t Crew::Work(void* crew)
         try {
             report = Analyse(self.m_files[file], self.m_classes);
         } catch (const std::exception& failure) {
-            report.problems.push_back(self.m_files[file] + ": " + failure.what());
+            report.problems.push_back(self.m_files[file].name + ": " + failure.what());
         }
         self.m_results.Store(file, std::move(report));
+        self.m_progress.Count();
         ++done;
     }
     return done;

@@ -14,10 +14,13 @@
 #include <vector>
 
 #include "analysis.h"
+#include "child.h"
 #include "classes.h"
 #include "crew.h"
+#include "files.h"
 #include "lock_report.h"
 #include "options.h"
+#include "progress.h"
 #include "report.h"
 #include "store.h"
 
@@ -40,11 +43,11 @@ const Registration kRegistrations[] = {
     {CLSID_WordTable, u"Example.WordTable", "word_table.so", true},
 };
 
-fs::path ProgramFolder(const char* program)
+fs::path OwnProgram(const char* program)
 {
     std::error_code error;
     const fs::path own = fs::read_symlink("/proc/self/exe", error);
-    return error ? fs::absolute(program, error).parent_path() : own.parent_path();
+    return error ? fs::absolute(program, error) : own;
 }
 
 fs::path StateFolder(const Options& options, const fs::path& programFolder)
@@ -95,11 +98,11 @@ std::vector<TextClass> ReadyClasses(const Options& options, const fs::path& comp
     return ready;
 }
 
-std::size_t ThreadCount(const Options& options)
+std::size_t ThreadCount(const Options& options, std::size_t files)
 {
     const std::size_t wanted =
         options.threads != 0 ? options.threads : std::thread::hardware_concurrency();
-    return std::clamp<std::size_t>(wanted, 1, options.files.size());
+    return std::clamp<std::size_t>(wanted, 1, files);
 }
 
 bool Print(const FileReport& report)
@@ -122,9 +125,22 @@ std::string InWords(const std::vector<uint32_t>& counts)
                              : ", by " + std::to_string(counts.size()) + " threads (" + sum + ")";
 }
 
+// The same text, looked at by a program that knows nothing of components.
+void PrintSecondOpinion(const TextFile& file)
+{
+    if (file.path.empty()) {
+        return; // the standard input can be read once
+    }
+    std::string answer = Ask(u"/usr/bin/wc", u"-w", file);
+    answer.erase(std::remove(answer.begin(), answer.end(), '\n'), answer.end());
+    std::printf("\nA second opinion on %s\n", Shown(file.name).c_str());
+    PrintRow(2, "/usr/bin/wc -w", Shown(answer));
+}
+
 int Run(const Options& options, const char* program)
 {
-    const fs::path programFolder = ProgramFolder(program);
+    const fs::path ownProgram = OwnProgram(program);
+    const fs::path programFolder = ownProgram.parent_path();
     const fs::path state = StateFolder(options, programFolder);
     const Problem problem = ChooseStore(state);
     if (!problem.empty()) {
@@ -139,8 +155,18 @@ int Run(const Options& options, const char* program)
         PrintProblem("no class can be used, so no file is looked at");
         return 1;
     }
-    const std::size_t count = options.files.size();
-    Crew crew(options.files, classes, ThreadCount(options));
+    std::vector<std::string> problems;
+    const std::vector<TextFile> files = FindFiles(options.files, problems);
+    for (const std::string& wrong : problems) {
+        PrintProblem(wrong);
+        good = false;
+    }
+    if (files.empty()) {
+        return 1;
+    }
+    const std::size_t count = files.size();
+    Progress progress(static_cast<uint32_t>(count), ownProgram.u16string());
+    Crew crew(files, classes, ThreadCount(options, count), progress);
     std::size_t done = 0;
     for (std::size_t file = 0; file < count; ++file) {
         done += Print(crew.Await(file)) ? 1 : 0;
@@ -149,6 +175,8 @@ int Run(const Options& options, const char* program)
     QVComFlushFactoryCache();
     std::printf("\n%zu of %zu %s done%s\n", done, count, count == 1 ? "file" : "files",
                 hands.c_str());
+    PrintSecondOpinion(files.front());
+    std::printf("\nA second process saw\n%s", progress.Finish().c_str());
     const fs::path statistics =
         options.statisticsFile.empty() ? state / "lockstats.csv" : fs::path(options.statisticsFile);
     good = ReportLock("files to do", crew.QueueMutex(), statistics) && good;
@@ -168,6 +196,9 @@ int main(int count, char** arguments)
         if (!options.error.empty()) {
             PrintProblem(options.error + " (try --help)");
             return 2;
+        }
+        if (!options.watched.empty()) {
+            return Watch(options.watched);
         }
         const int status = Run(options, count > 0 ? arguments[0] : "host");
         // A report that did not reach its reader is no success.

@@ -61,13 +61,16 @@ Options ReadOptions(int count, char** arguments)
             options.statisticsFile = value;
         } else if (TakeValue(list, i, "--threads", value, options.error)) {
             ReadThreads(value, options);
+        } else if (TakeValue(list, i, "--watch", value, options.error)) {
+            options.watched = value;
         } else if (TakeValue(list, i, "--class", value, options.error)) {
             options.moreClasses.push_back(value);
         } else {
             options.error = "unknown option " + list[i];
         }
     }
-    if (options.error.empty() && !options.help && options.files.empty()) {
+    if (options.error.empty() && !options.help && options.watched.empty() &&
+        options.files.empty()) {
         options.error = "no file to look at";
     }
     return options;
@@ -77,12 +80,13 @@ std::string HelpText()
 {
     return R"(Usage: host [OPTION]... FILE...
 
-Looks at each FILE, or at the standard input for "-", with the classes of two
-components, a text counter written in C++ and a word table written in C, and
-prints what they find. The classes are registered in a store first, and then
-created by name or by GUID, as any program that uses the library would do it.
-Several threads share the work; what their queue's lock has counted is shown at
-the end.
+Looks at each FILE, at all files in a FILE that is a folder, or at the standard
+input for "-", with the classes of two components, a text counter written in C++
+and a word table written in C, and prints what they find. The classes are
+registered in a store first, and then created by name or by GUID, as any program
+that uses the library would do it. Several threads share the work; what their
+queue's lock has counted is shown at the end. A second process prints how far
+they are, and another program counts the words of the first file.
 
   --state DIR        keep the store in DIR; without it in $QVCORE6_STATE_DIR, or
                      in the folder "state" beside this program

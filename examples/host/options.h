@@ -15,9 +15,10 @@ struct Options
     std::string stateFolder;
     std::string componentFolder;
     std::string statisticsFile;
+    std::string watched;                  // be the second process for the counter of this name
     std::size_t threads = 0;              // 0: as many as there are processors
     std::vector<std::string> moreClasses; // ProgIDs beside those of the example
-    std::vector<std::string> files;
+    std::vector<std::string> files;       // and folders
 };
 
 Options ReadOptions(int count, char** arguments);

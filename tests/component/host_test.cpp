@@ -39,7 +39,9 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
     } rows[] = {
         // The values were counted by other means (wc, sort, uniq).
         {QV_TEST_TEXTS "/kaffee.txt", 0, "most frequent brötchen x3\n"},
-        {"--threads 3 " QV_TEST_TEXTS "/*.txt", 0, "\n4 of 4 files done, by 3 threads ("},
+        {"--threads 3 " QV_TEST_TEXTS, 0, "\n4 of 4 files done, by 3 threads ("},
+        {QV_TEST_TEXTS, 0, "kaffee.txt\n /usr/bin/wc -w 74\n"},
+        {QV_TEST_TEXTS, 0, "\n4 of 4 files\n\nLock"}, // the second process's last word
         {"--threads 2 " + words + " " + words + " && cat " + kFolder + "/state/lockstats.csv", 0,
          "(host: files to do),4,"}, // two files, and the end of the queue for each thread
         {Write("empty", ""), 0, "nothing: the file is empty"},
@@ -47,7 +49,7 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
         {Write("broken", "\xFF\xC3\xA9\xE2\x82x\xC3"), 0, "broken UTF-8 3 places"},
         {Write("cut", cut), 0, "characters 262144 (1 beyond ASCII)"},
         {"- <" + words, 0, "different ones 2\n"},
-        {kFolder + "/missing " + good, 1, "missing: cannot be opened: No such file"},
+        {kFolder + "/missing " + good, 1, "missing: cannot be opened: it is not there"},
         {"--class No.Such " + good, 1, "No.Such cannot be used: no such class"},
         {"--components " + sham + " " + good, 1, sham + "/text_counter.so is no component"},
         {"--stats /dev/full " + good, 1, "lock statistics cannot be written to /dev/full"},
