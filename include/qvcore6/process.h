@@ -22,13 +22,14 @@
  * is a code that the system does not tell: on kernels before 6.15, of a child in a process that
  * ignores SIGCHLD or that waits for all children itself; else such processes get the codes as well.
  *
- * Guaranteed: no child stays a zombie, also a detached one, beyond the next call of this family
- * after its end. The library waits for no process but those whose handles it was given, handles no
- * SIGCHLD and starts no thread. A child gets no descriptor that the library opened, apart from its
- * three streams, however many threads start children at once; descriptors that the host leaves
- * inheritable pass on as usual. A child starts with every signal at its default and none blocked.
- * A start that fails has run nothing and leaves nothing. Starting costs the same however much
- * memory the process has, and runs none of its fork handlers.
+ * Guaranteed: no child stays a zombie, also a detached one: while detached children run, a thread
+ * of the library waits for their ends, with all signals blocked; where the system refuses it, the
+ * next call of this family looks after them. The library waits for no process but those whose
+ * handles it was given, and handles no SIGCHLD. A child gets no descriptor that the library opened,
+ * apart from its three streams, however many threads start children at once; descriptors that the
+ * host leaves inheritable pass on as usual. A child starts with every signal at its default and
+ * none blocked. A start that fails has run nothing and leaves nothing. Starting costs the same
+ * however much memory the process has, and runs none of its fork handlers.
  *
  * A parent that writes to a child which no longer reads gets an error from QVFileWrite; its own
  * write() would raise SIGPIPE.

@@ -105,6 +105,15 @@ bool IsProcess(Descriptor descriptor)
            !SaysNoProcess(errno);
 }
 
+bool ReapIfEnded(Descriptor process)
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    siginfo_t info = {};
+    const int options = WEXITED | WNOHANG | kAnyChild;
+    return waitid(P_PIDFD, static_cast<id_t>(process), &info, options) != 0 || info.si_pid != 0;
+}
+
 void ReapStillborn(Descriptor process)
 {
     const KeepErrno keep;

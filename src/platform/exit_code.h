@@ -21,6 +21,9 @@ DWORD TakeExitCode(Descriptor process, DWORD* code);
 // Whether the descriptor is the handle of a process.
 bool IsProcess(Descriptor descriptor);
 
+// Of a child of this process: false while it runs, and true once it is gone.
+bool ReapIfEnded(Descriptor process);
+
 // Waits for the end of a child that has not become a program. It leaves nothing.
 void ReapStillborn(Descriptor process);
 

@@ -1,11 +1,11 @@
 #include "platform/held_process.h"
 
-#include <atomic>
 #include <utility>
 
 #include "platform/descriptor_handle.h"
 #include "platform/error.h"
 #include "platform/exit_code.h"
+#include "platform/orphans.h"
 #include "platform/section_hold.h"
 #include "platform/thread.h"
 
@@ -15,50 +15,12 @@ namespace qv::platform
 namespace
 {
 
-// Held for what stands in the records and for the list of orphans, never while something waits.
-constinit CRITICAL_SECTION g_lock{};
-
 // Counts the forks that led to this process: uses of other generations ended with their threads.
 constinit std::uint32_t g_generation = 0;
 
 } // namespace
 
-// Children that are given up and run on. Each holds a use of its record.
-class Orphans
-{
-public:
-    static bool AreNone() { return s_first.load(std::memory_order_relaxed) == nullptr; }
-
-    static void Add(ProcessRecord& child)
-    {
-        ++child.m_uses;
-        child.m_nextOrphan = s_first.load(std::memory_order_relaxed);
-        s_first.store(&child, std::memory_order_relaxed);
-        RecordHold<ProcessRecord>(&child).Release();
-    }
-
-    // Lets go of those for whom the test is true.
-    template <class Test> static void Remove(Test test)
-    {
-        ProcessRecord* kept = nullptr;
-        ProcessRecord* next = s_first.load(std::memory_order_relaxed);
-        while (ProcessRecord* const orphan = next) {
-            next = orphan->m_nextOrphan;
-            if (test(*orphan)) {
-                const auto hold = RecordHold<ProcessRecord>::Adopt(orphan);
-                orphan->EndUse();
-            } else {
-                orphan->m_nextOrphan = std::exchange(kept, orphan);
-            }
-        }
-        s_first.store(kept, std::memory_order_relaxed);
-    }
-
-private:
-    static constinit std::atomic<ProcessRecord*> s_first; // changed under the lock
-};
-
-constinit std::atomic<ProcessRecord*> Orphans::s_first{nullptr};
+constinit CRITICAL_SECTION g_processesLock{};
 
 void ProcessRecord::Set(Descriptor process, DWORD id, bool isChild)
 {
@@ -123,7 +85,7 @@ DWORD ProcessRecord::GiveUp()
 DWORD ProcessRecord::Close(Descriptor descriptor)
 {
     {
-        const SectionHold locked(&g_lock);
+        const SectionHold locked(&g_processesLock);
         if (m_isClosed) {
             return CloseDescriptor(descriptor);
         }
@@ -136,7 +98,7 @@ HeldProcess::HeldProcess(Descriptor process)
     : m_process(process), m_record(FindRecordOf<ProcessRecord>(process))
 {
     if (IsKnown()) {
-        const SectionHold locked(&g_lock);
+        const SectionHold locked(&g_processesLock);
         m_error = m_record->BeginUse();
     }
 }
@@ -152,7 +114,7 @@ HeldProcess& HeldProcess::operator=(HeldProcess&& other) noexcept
 void HeldProcess::End()
 {
     if (IsKnown() && m_error == ERROR_SUCCESS) {
-        const SectionHold locked(&g_lock);
+        const SectionHold locked(&g_processesLock);
         m_record->EndUse();
     }
 }
@@ -162,7 +124,7 @@ DWORD HeldProcess::State() const
     if (!IsKnown() || m_error != ERROR_SUCCESS) {
         return m_error;
     }
-    const SectionHold locked(&g_lock);
+    const SectionHold locked(&g_processesLock);
     return m_record->m_isGivenUp ? ERROR_INVALID_HANDLE : ERROR_SUCCESS;
 }
 
@@ -171,7 +133,7 @@ bool HeldProcess::IsChild() const
     if (!IsKnown()) {
         return false;
     }
-    const SectionHold locked(&g_lock);
+    const SectionHold locked(&g_processesLock);
     return m_record->m_isChild;
 }
 
@@ -182,7 +144,7 @@ DWORD HeldProcess::TakeCode(DWORD* code)
         return m_error;
     }
     if (IsKnown()) {
-        const SectionHold locked(&g_lock);
+        const SectionHold locked(&g_processesLock);
         return m_record->TakeCode(code);
     }
     *code = STILL_ACTIVE;
@@ -195,45 +157,24 @@ DWORD HeldProcess::GiveUp()
         return m_error;
     }
     if (IsKnown()) {
-        const SectionHold locked(&g_lock);
+        const SectionHold locked(&g_processesLock);
         return m_record->GiveUp();
     }
     return CloseHandle(m_process) != kFalse ? ERROR_SUCCESS : GetLastError();
 }
 
-void SweepOrphans()
-{
-    if (Orphans::AreNone()) {
-        return;
-    }
-    const SectionHold locked(&g_lock);
-    Orphans::Remove([](const ProcessRecord& orphan) {
-        DWORD code = 0;
-        return TakeExitCode(orphan.m_process, &code) != ERROR_SUCCESS || code != STILL_ACTIVE;
-    });
-}
-
-void ForgetOrphans()
-{
-    const SectionHold locked(&g_lock);
-    Orphans::Remove([](const ProcessRecord&) { return true; });
-}
-
 void HoldProcesses()
 {
-    EnterCriticalSection(&g_lock);
+    EnterCriticalSection(&g_processesLock);
 }
 
 void ReleaseProcesses(bool isForkedChild)
 {
     if (isForkedChild) {
         ++g_generation;
-        Orphans::Remove([](ProcessRecord& orphan) {
-            orphan.m_uses = 1; // its own; the others were those of threads that are not here
-            return true;
-        });
+        Orphans::ForgetInChild();
     }
-    LeaveCriticalSection(&g_lock);
+    LeaveCriticalSection(&g_processesLock);
 }
 
 } // namespace qv::platform

@@ -5,10 +5,10 @@
 // the number stays taken while anybody works with it: nobody ever waits for a process that is not
 // the one that he meant.
 //
-// A child that is given up while it runs becomes an orphan: its pidfd is kept until it has ended,
-// as the system wants to be asked for each child once. The calls of process.h sweep the orphans.
+// A child that is given up while it runs becomes an orphan (orphans.h).
 #pragma once
 
+#include "platform/critical_section.h"
 #include "platform/descriptor_record.h"
 #include "platform/types.h"
 
@@ -30,8 +30,6 @@ public:
 private:
     friend class HeldProcess;
     friend class Orphans;
-    friend void SweepOrphans();
-    friend void ReleaseProcesses(bool isForkedChild);
 
     ~ProcessRecord() override = default;
 
@@ -48,7 +46,8 @@ private:
     bool m_isChild = false;
     bool m_hasEnded = false;
     bool m_isGivenUp = false;
-    bool m_isClosed = false; // the number is another's
+    bool m_isClosed = false;  // the number is another's
+    bool m_isWatched = false; // as an orphan
     DWORD m_exitCode = 0;
     ProcessRecord* m_nextOrphan = nullptr;
 };
@@ -85,9 +84,8 @@ private:
     RecordHold<ProcessRecord> m_record;
 };
 
-void SweepOrphans();
-// After an unload: orphans are the host's then.
-void ForgetOrphans();
+// Held for what stands in the records and for the orphans, never while something waits for others.
+extern CRITICAL_SECTION g_processesLock;
 
 // Around a fork. A forked child has no children.
 void HoldProcesses();

@@ -17,6 +17,7 @@
 #include "platform/library_counts.h"
 #include "platform/mapping.h"
 #include "platform/named_object.h"
+#include "platform/orphans.h"
 #include "platform/quiet_write.h"
 #include "platform/registry_store.h"
 #include "platform/section_hold.h"
@@ -131,12 +132,13 @@ void EndFork(ForkStage stage)
 
 [[gnu::destructor]] void OnUnload()
 {
+    Orphans::StopThread();
     if (!ProcessIsExiting()) {
         const SectionHold changing(&g_changing);
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         EndRecords();
         EndSections();
-        ForgetOrphans();
+        Orphans::Forget();
         ForgetRecords();
         ForgetViews();
         CloseNamedObjects();

@@ -14,6 +14,7 @@
 #include "platform/descriptor_handle.h"
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
+#include "platform/orphans.h"
 #include "platform/process.h"
 
 namespace qv::platform
@@ -62,7 +63,7 @@ Descriptor OpenProcess(DWORD /*access*/, BOOL /*inherits*/, DWORD id)
 {
     const KeepErrno keep;
     const NoCancellation noCancellation;
-    SweepOrphans();
+    Orphans::Sweep();
     RecordHold<ProcessRecord> record(new (std::nothrow) ProcessRecord);
     if (!record) {
         SetLastError(ERROR_OUTOFMEMORY);

@@ -18,6 +18,7 @@
 #include "platform/named_object.h"
 #include "platform/native_path.h"
 #include "platform/no_cancellation.h"
+#include "platform/orphans.h"
 #include "platform/process.h"
 #include "platform/process_child.h"
 #include "platform/standard_numbers.h"
@@ -224,7 +225,7 @@ BOOL CreateProcessW(const WCHAR* application, const WCHAR* commandLine,
 {
     const KeepErrno keep;
     const NoCancellation noCancellation;
-    SweepOrphans();
+    Orphans::Sweep();
     DWORD error = ERROR_OUTOFMEMORY;
     try {
         error = Create(application, commandLine, environment, directory, *startup, *information);

@@ -5,6 +5,7 @@
 #include "platform/error.h"
 #include "platform/exit_code.h"
 #include "platform/no_cancellation.h"
+#include "platform/orphans.h"
 #include "platform/process.h"
 #include "platform/thread.h"
 
@@ -45,7 +46,7 @@ DWORD PollForEver(pollfd* entries, nfds_t count)
 
 DWORD WaitForSingleObject(const HeldProcess& process)
 {
-    SweepOrphans();
+    Orphans::Sweep();
     if (const DWORD error = process.State()) {
         return FailWait(error);
     }
@@ -64,7 +65,7 @@ DWORD WaitForSingleObject(const HeldProcess& process)
 
 DWORD WaitForMultipleObjects(DWORD count, const HeldProcess* processes)
 {
-    SweepOrphans();
+    Orphans::Sweep();
     pollfd entries[MAXIMUM_WAIT_OBJECTS];
     if (count > MAXIMUM_WAIT_OBJECTS) {
         return FailWait(ERROR_INVALID_PARAMETER);
@@ -92,14 +93,14 @@ DWORD WaitForMultipleObjects(DWORD count, const HeldProcess* processes)
 
 BOOL GetExitCodeProcess(HeldProcess& process, DWORD* code)
 {
-    SweepOrphans();
+    Orphans::Sweep();
     return Answer(process.TakeCode(code));
 }
 
 BOOL CloseHandle(HeldProcess& process)
 {
     const BOOL isClosed = Answer(process.GiveUp());
-    SweepOrphans();
+    Orphans::Sweep();
     return isClosed;
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <qvcore6/mutex.h>
+#include <qvcore6/process.h>
 #include <qvcore6/result.h>
 #include <qvcore6/semaphore.h>
 #include <qvcore6/thread.h>
@@ -155,6 +156,27 @@ TEST(Reload, LetsGoOfNamedObjects)
                !std::filesystem::exists("/dev/shm/qvc.SEM:" + name);
     });
     EXPECT_TRUE(unloading.Succeeded());
+}
+
+// They are the host's then.
+TEST(Reload, LeavesDetachedChildrenAlone)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    {
+        const Library library = Load(QV_LIBRARY);
+        QVHandle streams[3] = {ends[0], 1, 2}, child = QV_HANDLE_NONE;
+        ASSERT_EQ(Get<decltype(QVProcessCreate)>(library, "QVProcessCreate")(
+                      u"/usr/bin/cat", nullptr, nullptr, nullptr, 0, streams, &child),
+                  S_OK);
+        close(ends[0]);
+        EXPECT_EQ(Get<decltype(QVProcessDetach)>(library, "QVProcessDetach")(child), S_OK);
+    }
+    EXPECT_EQ(MapLines("libqvcore6.so"), 0);
+    close(ends[1]);
+    int status = -1;
+    EXPECT_GT(waitpid(-1, &status, 0), 0);
+    EXPECT_EQ(status, 0);
 }
 
 // The later library aborts if its constructor or destructor is refused, at an unload and among the

@@ -1,0 +1,225 @@
+#include "platform/orphans.h"
+
+#include <pthread.h>
+#include <sys/epoll.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <utility>
+
+#include "platform/descriptor_handle.h"
+#include "platform/error.h"
+#include "platform/exit_code.h"
+#include "platform/no_cancellation.h"
+#include "platform/section_hold.h"
+
+namespace qv::platform
+{
+
+namespace
+{
+
+// All under the lock of the processes.
+constinit ProcessRecord* g_first = nullptr;
+constinit std::size_t g_watched = 0;
+constinit std::atomic<std::size_t> g_unwatched{0}; // is also read without it
+constinit int g_set = -1;                          // what the thread waits for, while it runs
+constinit bool g_hasThread = false;                // which has not been joined
+constinit pthread_t g_thread{};
+
+void CloseSet()
+{
+    CloseDescriptor(std::exchange(g_set, -1));
+}
+
+void JoinThread()
+{
+    if (std::exchange(g_hasThread, false)) {
+        pthread_join(g_thread, nullptr);
+    }
+}
+
+bool StartThread(void* (*routine)(void*))
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    // A host may have all memory locked.
+    constexpr std::size_t kStack = 256 * 1024;
+    pthread_attr_setstacksize(&attributes, kStack);
+    sigset_t all;
+    sigfillset(&all); // the host's handlers run in the host's threads
+    g_hasThread = pthread_attr_setsigmask_np(&attributes, &all) == 0 &&
+                  pthread_create(&g_thread, &attributes, routine, nullptr) == 0;
+    pthread_attr_destroy(&attributes);
+    return g_hasThread;
+}
+
+// The only place where the thread can be cancelled, which is how it is stopped: it needs nothing
+// that a host could close.
+int AwaitEnds(int set, epoll_event* ends, int room)
+{
+    int state;
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+    const int count = epoll_wait(set, ends, room, -1);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    return count;
+}
+
+} // namespace
+
+template <class Test> void Orphans::Remove(Test test)
+{
+    ProcessRecord* next = std::exchange(g_first, nullptr);
+    while (ProcessRecord* const orphan = next) {
+        next = orphan->m_nextOrphan;
+        if (test(*orphan)) {
+            if (orphan->m_isWatched) {
+                --g_watched;
+            } else {
+                g_unwatched.fetch_sub(1, std::memory_order_relaxed);
+            }
+            const auto hold = RecordHold<ProcessRecord>::Adopt(orphan);
+            orphan->EndUse();
+        } else {
+            orphan->m_nextOrphan = std::exchange(g_first, orphan);
+        }
+    }
+}
+
+void Orphans::Add(ProcessRecord& child)
+{
+    ++child.m_uses;
+    RecordHold<ProcessRecord>(&child).Release();
+    child.m_nextOrphan = std::exchange(g_first, &child);
+    child.m_isWatched = Watch(child);
+    if (child.m_isWatched) {
+        ++g_watched;
+    } else {
+        g_unwatched.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+bool Orphans::Watch(ProcessRecord& child)
+{
+    const bool isFirst = g_set < 0;
+    if (isFirst) {
+        g_set = AboveStandardNumbers(epoll_create1(EPOLL_CLOEXEC));
+        if (g_set < 0) {
+            return false;
+        }
+    }
+    epoll_event end = {};
+    end.events = EPOLLIN;
+    end.data.ptr = &child;
+    bool isWatched = epoll_ctl(g_set, EPOLL_CTL_ADD, child.m_process, &end) == 0;
+    if (isFirst && isWatched) {
+        JoinThread(); // of the last such time: it has left the lock for good
+        isWatched = StartThread(&RunThread);
+    }
+    if (isFirst && !isWatched) {
+        CloseSet();
+    }
+    return isWatched;
+}
+
+void* Orphans::RunThread(void* /*unused*/)
+{
+    constexpr int kRoom = 16;
+    const NoCancellation noCancellation;
+    pthread_setname_np(pthread_self(), "qvcore6-orphans");
+    const int set = g_set;
+    for (;;) {
+        epoll_event ends[kRoom];
+        const int count = AwaitEnds(set, ends, kRoom);
+        const int error = errno;
+        const SectionHold locked(&g_processesLock);
+        bool isOurs = count >= 0 || error == EINTR;
+        for (int i = 0; i < count; ++i) {
+            isOurs = End(*static_cast<ProcessRecord*>(ends[i].data.ptr)) && isOurs;
+        }
+        if (!isOurs) {
+            Abandon();
+            return nullptr;
+        }
+        if (g_watched == 0) {
+            CloseSet();
+            return nullptr;
+        }
+    }
+}
+
+// False if the set is no longer there.
+bool Orphans::End(ProcessRecord& orphan)
+{
+    if (!ReapIfEnded(orphan.m_process)) {
+        return true;
+    }
+    // Not left to the close: a forked child may have the same open file.
+    const bool isOurs = epoll_ctl(g_set, EPOLL_CTL_DEL, orphan.m_process, nullptr) == 0;
+    Remove([&](const ProcessRecord& other) { return &other == &orphan; });
+    return isOurs;
+}
+
+// The host has closed the set, and its number may be another file's.
+void Orphans::Abandon()
+{
+    g_set = -1;
+    g_unwatched.fetch_add(std::exchange(g_watched, 0), std::memory_order_relaxed);
+    for (ProcessRecord* orphan = g_first; orphan != nullptr; orphan = orphan->m_nextOrphan) {
+        orphan->m_isWatched = false;
+    }
+}
+
+void Orphans::Sweep()
+{
+    if (g_unwatched.load(std::memory_order_relaxed) == 0) {
+        return;
+    }
+    const SectionHold locked(&g_processesLock);
+    Remove([](const ProcessRecord& orphan) {
+        return !orphan.m_isWatched && ReapIfEnded(orphan.m_process);
+    });
+}
+
+void Orphans::StopThread()
+{
+    bool isThere = false;
+    pthread_t thread{};
+    {
+        const SectionHold locked(&g_processesLock);
+        isThere = std::exchange(g_hasThread, false);
+        thread = g_thread;
+    }
+    if (!isThere) {
+        return;
+    }
+    pthread_cancel(thread);
+    pthread_join(thread, nullptr);
+    const SectionHold locked(&g_processesLock);
+    if (g_set >= 0) {
+        CloseSet();
+        Abandon();
+    }
+}
+
+void Orphans::Forget()
+{
+    const SectionHold locked(&g_processesLock);
+    Remove([](const ProcessRecord&) { return true; });
+}
+
+void Orphans::ForgetInChild()
+{
+    g_hasThread = false;
+    if (g_set >= 0) {
+        CloseSet();
+    }
+    Remove([](ProcessRecord& orphan) {
+        orphan.m_uses = 1; // its own; the others were those of threads that are not here
+        return true;
+    });
+}
+
+} // namespace qv::platform

@@ -1,0 +1,171 @@
+// Children that are given up while they run, and the thread that waits for their ends.
+#include "process/children.h"
+
+#include <pthread.h>
+#include <sys/epoll.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+
+#include "platform/orphans.h"
+
+using namespace qv::test;
+using qv::platform::Orphans;
+
+namespace
+{
+
+constinit const char* g_failing = "";
+constinit int g_set = -1; // that the thread waits with
+
+bool Fails(const char* call)
+{
+    errno = ENOMEM;
+    return std::string_view(g_failing) == call;
+}
+
+} // namespace
+
+extern "C"
+{
+    decltype(epoll_create1) __real_epoll_create1;
+    decltype(epoll_ctl) __real_epoll_ctl;
+    decltype(pthread_create) __real_pthread_create;
+
+    int __wrap_epoll_create1(int flags)
+    {
+        g_set = Fails("epoll_create1") ? -1 : __real_epoll_create1(flags);
+        return g_set;
+    }
+    int __wrap_epoll_ctl(int set, int action, int file, epoll_event* event)
+    {
+        return Fails("epoll_ctl") ? -1 : __real_epoll_ctl(set, action, file, event);
+    }
+    int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*routine)(void*), void* argument)
+    {
+        return Fails("pthread_create")
+                   ? EAGAIN
+                   : __real_pthread_create(thread, attributes, routine, argument);
+    }
+}
+
+namespace
+{
+
+std::ptrdiff_t CountThreads()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+class OrphansTest : public testing::Test
+{
+protected:
+    ~OrphansTest() override
+    {
+        g_failing = "";
+        EXPECT_TRUE(Becomes([] { return HasNoChildren(); }));
+        EXPECT_TRUE(Becomes([this] { return CountThreads() == m_threads; }));
+        EXPECT_EQ(CountDescriptors(), m_descriptors);
+    }
+
+    const std::ptrdiff_t m_threads = CountThreads();
+    const std::ptrdiff_t m_descriptors = CountDescriptors();
+};
+
+void Detach(std::vector<Sleeper>& sleepers)
+{
+    for (Sleeper& sleeper : sleepers) {
+        EXPECT_EQ(QVProcessDetach(sleeper.process), S_OK);
+    }
+}
+
+void Wake(std::vector<Sleeper>& sleepers)
+{
+    for (Sleeper& sleeper : sleepers) {
+        sleeper.Wake();
+    }
+}
+
+// Without a further call of the library.
+TEST_F(OrphansTest, AreNoZombiesAndLeaveNoThread)
+{
+    for (int round = 0; round < 20; ++round) {
+        std::vector<Sleeper> sleepers(5), others(5);
+        Detach(sleepers);
+        EXPECT_EQ(CountThreads(), m_threads + 1);
+        Wake(sleepers);
+        Detach(others); // while the thread may be about to end
+        Wake(others);
+        if (round % 2 == 0) {
+            EXPECT_TRUE(Becomes([] { return HasNoChildren(); }));
+        }
+    }
+}
+
+TEST_F(OrphansTest, AreLookedAfterByTheNextCallWithoutTheThread)
+{
+    for (const char* call : {"epoll_create1", "epoll_ctl", "pthread_create"}) {
+        std::vector<Sleeper> sleepers(3);
+        g_failing = call;
+        Detach(sleepers);
+        g_failing = "";
+        EXPECT_EQ(CountThreads(), m_threads) << call;
+        Wake(sleepers);
+        char name[8];
+        EXPECT_TRUE(Becomes([&] {
+            QVProcessGetName(0, name, sizeof name);
+            return HasNoChildren();
+        })) << call;
+    }
+    // The host has closed what it does not know.
+    std::vector<Sleeper> sleepers(1);
+    Detach(sleepers);
+    close(g_set);
+    const int own = dup(0);
+    EXPECT_EQ(own, g_set);
+    Wake(sleepers);
+    uint32_t code;
+    EXPECT_TRUE(Becomes([&] { return QVProcessGetExitCode(1000, &code) < 0 && HasNoChildren(); }));
+    EXPECT_EQ(close(own), 0) << "it is the host's";
+}
+
+TEST_F(OrphansTest, AreTheParentsAlone)
+{
+    std::vector<Sleeper> sleepers(3);
+    Detach(sleepers);
+    Child forked([] {
+        std::vector<Sleeper> own(2);
+        Detach(own);
+        Wake(own);
+        return Becomes([] { return HasNoChildren(); });
+    });
+    EXPECT_TRUE(forked.Succeeded());
+    Child copy([] { return pause() == 0; }); // has the descriptors of all
+    Wake(sleepers);
+    copy.Kill();
+}
+
+// At the end of the process or of the library.
+TEST_F(OrphansTest, GoOnWithoutTheThread)
+{
+    EXPECT_TRUE(Child([] {
+                    std::vector<Sleeper> own(2);
+                    Detach(own);
+                    exit(0);
+                    return false;
+                }).Succeeded());
+    std::vector<Sleeper> sleepers(3);
+    Detach(sleepers);
+    Orphans::StopThread();
+    Orphans::StopThread();
+    EXPECT_TRUE(Becomes([this] { return CountThreads() == m_threads; }));
+    Orphans::Forget();
+    Wake(sleepers);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_GT(waitpid(-1, nullptr, 0), 0);
+    }
+}
+
+} // namespace
