@@ -25,7 +25,14 @@ Descriptor Open(const NamedRequest& request, bool mayWrite, DWORD* result)
         *result = ERROR_OUTOFMEMORY;
         return kNoFile;
     }
+    if (request.mayCreate) {
+        SweepNamedObjects(false);
+    }
     *result = section->Open(request);
+    if (*result == ERROR_DISK_FULL) {
+        SweepNamedObjects(true);
+        *result = section->Open(request);
+    }
     if (*result == ERROR_DISK_FULL) {
         *result = ERROR_COMMITMENT_LIMIT;
     }

@@ -34,13 +34,13 @@ SectionRecord::~SectionRecord()
     RemoveIfLast();
 }
 
-bool SectionRecord::IsHandle(Descriptor descriptor) const
+bool SectionRecord::HasFile(Descriptor descriptor, std::uint64_t leastSize) const
 {
     ObjectFile file(descriptor);
     FileState state;
     const DWORD error = file.Look(&state);
     file.Release();
-    return error == ERROR_SUCCESS && state.identity == m_identity;
+    return error == ERROR_SUCCESS && state.identity == m_identity && state.size >= leastSize;
 }
 
 DWORD SectionRecord::Close(Descriptor descriptor)

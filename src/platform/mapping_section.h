@@ -21,7 +21,12 @@ public:
     std::uint64_t Size() const { return m_size; }
     // Whether the descriptor is its handle still, and not that of another file which was opened
     // after the host had closed it by itself.
-    bool IsHandle(Descriptor descriptor) const;
+    bool IsHandle(Descriptor descriptor) const { return HasFile(descriptor, 0); }
+    // The same, and the file has not been cut.
+    bool IsWhole(Descriptor descriptor) const
+    {
+        return HasFile(descriptor, kNamedHeadSize + m_size);
+    }
 
     DWORD Close(Descriptor descriptor) override;
     bool IsTakenByClose() const override { return true; }
@@ -36,6 +41,7 @@ private:
     void Discard() override;
     void Keep(ObjectFile&& file) override;
 
+    bool HasFile(Descriptor descriptor, std::uint64_t leastSize) const;
     void LeaveList();
     // Its handle and views go on without keeping it alive.
     void LetGo();

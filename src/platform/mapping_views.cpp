@@ -83,7 +83,7 @@ void* SectionViews::Map(Descriptor section, RecordHold<SectionRecord> record, bo
     }
     std::unique_ptr<View> leftBehind; // goes after the lock, as it may give up its section
     const SectionHold locked(&g_lock);
-    if (!record->m_isOpen) {
+    if (!record->m_isOpen || !record->IsWhole(section)) {
         *error = ERROR_INVALID_HANDLE;
         return nullptr;
     }

@@ -76,7 +76,17 @@ DWORD EnterGate(const ObjectFile& file, FileState* state)
     return state->hasName ? ERROR_SUCCESS : kTryAgain;
 }
 
-// 0 when there is nothing at the path that nobody holds, as far as this user may see to that.
+// Of a file that nobody holds, by one who has the write lock on its life.
+void Remove(const ObjectFile& file, const ObjectPath& path, const FileIdentity& identity)
+{
+    // Another user's may have to stay, but not the memory that it takes.
+    if (ObjectFile::IsAt(path, identity) && unlink(path.Text()) != 0) {
+        file.Empty();
+    }
+}
+
+} // namespace
+
 DWORD RemoveLeftOver(const ObjectPath& path)
 {
     ObjectFile file;
@@ -87,14 +97,11 @@ DWORD RemoveLeftOver(const ObjectPath& path)
     if (const DWORD error = EnterGate(file, &state)) {
         return error;
     }
-    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS &&
-        ObjectFile::IsAt(path, state.identity)) {
-        unlink(path.Text());
+    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS) {
+        Remove(file, path, state.identity);
     }
     return ERROR_SUCCESS;
 }
-
-} // namespace
 
 DWORD NamedObject::Open(const NamedRequest& request)
 {
@@ -132,9 +139,8 @@ bool NamedObject::TryGiveUp(const ObjectFile& file, const FileIdentity& identity
     if (file.LockForWriting(ObjectByte::Gate) != ERROR_SUCCESS) {
         return false;
     }
-    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS &&
-        ObjectFile::IsAt(m_path, identity)) {
-        unlink(m_path.Text());
+    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS) {
+        Remove(file, m_path, identity);
     }
     return true;
 }

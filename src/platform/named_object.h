@@ -84,6 +84,14 @@ private:
     bool m_wasHeld = false; // for a moment, and then others may have left it to us to remove it
 };
 
+// One try, with the lock held. 0 when there is nothing at the path that nobody holds, as far as
+// this user may see to that.
+DWORD RemoveLeftOver(const ObjectPath& path);
+
+// Removes what killed processes have left over, and with it the memory that it takes: some of it,
+// seldom, so that creators may call this each time; or all that there is. Never waits.
+void SweepNamedObjects(bool all);
+
 // The hold of one who needs but the head, mapped.
 class NamedHeadHold final : public NamedObject
 {

@@ -17,6 +17,7 @@ constexpr WCHAR kReplacement = 0xFFFD;
 constexpr std::size_t kMaxBytesOfUnit = 8; // of any charset, with its shifts
 constexpr std::size_t kMaxEscaped = 200;   // with the rest of the file's name below 255
 constexpr std::size_t kKeptOfLong = 160;
+constexpr std::string_view kPrefix = "qvc."; // of the files
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
 bool IsHigh(WCHAR unit)
@@ -103,14 +104,10 @@ DWORD ObjectPath::Make(std::u16string_view name)
     if (name.find(u'\\') != std::u16string_view::npos) {
         return ERROR_PATH_NOT_FOUND;
     }
-    constexpr std::string_view kStart = "/qvc.";
     m_length = 0;
-    for (const char byte : std::string_view(kObjectFolder)) {
-        Append(byte);
-    }
-    for (const char byte : kStart) {
-        Append(byte);
-    }
+    AppendText(kObjectFolder);
+    Append('/');
+    AppendText(kPrefix);
     const std::size_t start = m_length;
     for (std::size_t i = 0; i < name.size(); ++i) {
         std::uint32_t point = name[i];
@@ -125,6 +122,26 @@ DWORD ObjectPath::Make(std::u16string_view name)
     }
     m_text[m_length] = 0;
     return ERROR_SUCCESS;
+}
+
+bool ObjectPath::MakeOfFile(std::string_view file)
+{
+    m_length = 0;
+    AppendText(kObjectFolder);
+    Append('/');
+    AppendText(file);
+    if (!file.starts_with(kPrefix) || m_length >= sizeof m_text) {
+        return false;
+    }
+    m_text[m_length] = 0;
+    return true;
+}
+
+void ObjectPath::AppendText(std::string_view text)
+{
+    for (const char byte : text) {
+        Append(byte);
+    }
 }
 
 void ObjectPath::AppendEscaped(unsigned char byte)

@@ -33,10 +33,13 @@ class ObjectPath
 public:
     // Errors: 206; 3 for a backslash, as there is no folder of that name.
     DWORD Make(std::u16string_view name);
+    // Of a file in the folder of the objects. False for one that stands for no name.
+    bool MakeOfFile(std::string_view file);
 
     const char* Text() const { return m_text; }
 
 private:
+    void AppendText(std::string_view text);
     // What is beyond the room is only counted: such a name is cut.
     void Append(char byte)
     {

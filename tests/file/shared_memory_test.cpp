@@ -165,6 +165,7 @@ TEST_F(SharedMemory, IsOneMemoryInAllViews)
     close(handle);
     const int again = open("/dev/zero", O_RDWR | O_CLOEXEC);
     ASSERT_EQ(handle, again);
+    EXPECT_EQ(E_HANDLE, QVSharedMemAttach(again, QV_FILE_READ, &untouched));
     EXPECT_EQ(S_OK, QVSharedMemClose(again));
     EXPECT_EQ(QV_S_CREATED, Probe(name));
     QVSharedMemDetach(other);
@@ -213,6 +214,25 @@ TEST_F(SharedMemory, LivesAsLongAsItsLastHandleAndView)
     EXPECT_EQ(QV_S_CREATED, result);
     EXPECT_EQ(0, *fresh);
     QVSharedMemDetach(fresh);
+}
+
+// By whoever creates a section of any name.
+TEST_F(SharedMemory, IsFreedAfterAKill)
+{
+    const std::string name = OwnName("left");
+    for (const uid_t user : {0, 1000}) {
+        Child leaving([&] { return ++*View(name) == 1; });
+        EXPECT_TRUE(leaving.Succeeded());
+        const auto isFreed = [&] {
+            Probe(OwnName("other"), QV_FILE_CREATE);
+            std::error_code error;
+            const auto size = fs::file_size(FileOf(name), error);
+            return error || (user != 0 && size == 0); // another's must stay
+        };
+        Child sweeping([&] { return (user == 0 || setuid(user) == 0) && Becomes(isFreed); });
+        EXPECT_TRUE(sweeping.Succeeded() || getuid() != 0);
+        EXPECT_EQ(QV_S_CREATED, Probe(name, QV_FILE_CREATE));
+    }
 }
 
 TEST_F(SharedMemory, GoesWithAnEndingProcess)
@@ -279,6 +299,9 @@ TEST_F(SharedMemory, SurvivesAHostileHead)
     void* view;
     EXPECT_EQ(S_OK, QVSharedMemAttach(handle, kBoth, &view));
     EXPECT_EQ(QV_S_CREATED, Probe(name));
+    EXPECT_EQ(0, truncate(FileOf(name).c_str(), 4096 + 4095));
+    void* none;
+    EXPECT_EQ(E_HANDLE, QVSharedMemAttach(handle, QV_FILE_READ, &none));
     QVSharedMemDetach(view);
     QVSharedMemClose(handle);
 }
