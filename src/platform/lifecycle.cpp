@@ -15,6 +15,7 @@
 #include "platform/file_locks.h"
 #include "platform/held_process.h"
 #include "platform/library_counts.h"
+#include "platform/locale.h"
 #include "platform/mapping.h"
 #include "platform/named_object.h"
 #include "platform/orphans.h"
@@ -97,6 +98,7 @@ void PrepareFork()
         HoldViews();
         HoldLog();
         EnterCriticalSection(&g_zoneLock);
+        EnterCriticalSection(&g_localeLock);
     }
 }
 
@@ -106,6 +108,7 @@ void EndFork(ForkStage stage)
         ForgetThreads();
     }
     if (t_forkIsTold) {
+        LeaveCriticalSection(&g_localeLock);
         LeaveCriticalSection(&g_zoneLock);
         ReleaseLog(stage == ForkStage::Child);
         ReleaseViews();

@@ -14,10 +14,13 @@
 #include <type_traits>
 
 #include "platform/error.h"
+#include "platform/section_hold.h"
 #include "platform/wide_text_multibyte.h"
 
 namespace qv::platform
 {
+
+constinit CRITICAL_SECTION g_localeLock{};
 
 namespace
 {
@@ -26,15 +29,36 @@ constexpr WCHAR kReplacement = 0xFFFD;
 
 struct FreeLocale
 {
-    void operator()(locale_t locale) const { freelocale(locale); }
+    void operator()(locale_t locale) const
+    {
+        const SectionHold locked(&g_localeLock);
+        freelocale(locale);
+    }
 };
 using LocaleHolder = std::unique_ptr<std::remove_pointer_t<locale_t>, FreeLocale>;
 
+// Of the environment; null with errno.
+LocaleHolder MakeLocale()
+{
+    const SectionHold locked(&g_localeLock);
+    return LocaleHolder(newlocale(LC_CTYPE_MASK, "", nullptr));
+}
+
 struct CloseConverter
 {
-    void operator()(UConverter* converter) const { ucnv_close(converter); }
+    void operator()(UConverter* converter) const
+    {
+        const SectionHold locked(&g_localeLock);
+        ucnv_close(converter);
+    }
 };
 using Converter = std::unique_ptr<UConverter, CloseConverter>;
+
+Converter OpenConverter(const char* charset, UErrorCode& status)
+{
+    const SectionHold locked(&g_localeLock);
+    return Converter(ucnv_open(charset, &status));
+}
 
 struct Charset
 {
@@ -46,7 +70,7 @@ struct Charset
 bool ReadEnvironment(Charset& charset)
 {
     charset = {"US-ASCII"}; // of "C", which a locale that is not installed leaves in place
-    const LocaleHolder locale(newlocale(LC_CTYPE_MASK, "", nullptr));
+    const LocaleHolder locale = MakeLocale();
     if (!locale) {
         return errno != ENOMEM;
     }
@@ -116,7 +140,7 @@ locale_t AnsiLocale()
 {
     locale_t locale = g_locale.load(std::memory_order_acquire);
     if (locale == nullptr) {
-        LocaleHolder made(newlocale(LC_CTYPE_MASK, "", nullptr));
+        LocaleHolder made = MakeLocale();
         if (g_locale.compare_exchange_strong(locale, made.get())) {
             locale = made.release();
         }
@@ -192,7 +216,7 @@ std::int32_t Convert(To* dest, int size, const From* src, int count, UErrorCode&
         return ConvertUtf8(dest, size, src, count, status);
     }
     // Opened for each call: ICU keeps the tables, and nothing of ours outlives the library.
-    const Converter converter(ucnv_open(charset.name, &status));
+    const Converter converter = OpenConverter(charset.name, status);
     if (converter) {
         return ConvertBy(converter.get(), dest, size, src, count, status);
     }

@@ -4,12 +4,17 @@
 
 #include <cstdint>
 
+#include "platform/critical_section.h"
 #include "platform/types.h"
 
 namespace qv::platform
 {
 
 inline constexpr DWORD CP_ACP = 0;
+
+// Held around every call that takes a lock of the C library's for locales or of ICU's for charsets,
+// and around a fork: a child would find that lock as another thread held it, for ever.
+extern constinit CRITICAL_SECTION g_localeLock;
 
 extern "C"
 {

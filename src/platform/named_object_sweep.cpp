@@ -1,8 +1,12 @@
-#include <dirent.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <climits>
-#include <memory>
+#include <cstdint>
+#include <cstring>
 
+#include "platform/descriptor_handle.h"
 #include "platform/error.h"
 #include "platform/named_object.h"
 #include "platform/no_cancellation.h"
@@ -18,11 +22,6 @@ constexpr int kSome = 16; // objects that a call looks at, at a few microseconds
 // Where the next call goes on, in objects from the start of the folder. Under the lock.
 constinit int g_next = 0;
 
-struct CloseFolder
-{
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-
 void RemoveIfLeftOver(const ObjectPath& path)
 {
     ObjectFile file;
@@ -34,6 +33,49 @@ void RemoveIfLeftOver(const ObjectPath& path)
     }
 }
 
+class Sweep
+{
+public:
+    Sweep(int first, int end) : m_first(first), m_end(end) {}
+
+    // Where the next one goes on: 0 after the last object.
+    int Run(Descriptor folder)
+    {
+        alignas(8) char piece[4096];
+        for (;;) {
+            const long size = syscall(SYS_getdents64, folder, piece, sizeof piece);
+            if (size <= 0) {
+                return 0;
+            }
+            for (long at = 0; at < size;) {
+                // An entry has its size in bytes and its terminated name there.
+                constexpr long kEntrySize = 16;
+                constexpr long kEntryName = 19;
+                std::uint16_t length = 0;
+                std::memcpy(&length, piece + at + kEntrySize, sizeof length);
+                Take(piece + at + kEntryName);
+                at += length;
+            }
+            if (m_count >= m_end) {
+                return m_end;
+            }
+        }
+    }
+
+private:
+    void Take(const char* name)
+    {
+        ObjectPath path;
+        if (path.MakeOfFile(name) && m_count++ >= m_first && m_count <= m_end) {
+            RemoveIfLeftOver(path);
+        }
+    }
+
+    int m_first;
+    int m_end;
+    int m_count = 0;
+};
+
 } // namespace
 
 void SweepNamedObjects(bool all)
@@ -41,24 +83,16 @@ void SweepNamedObjects(bool all)
     const KeepErrno keep;
     const NoCancellation noCancellation;
     const NamedObjectsHold locked; // no fork finds the folder open
-    const std::unique_ptr<DIR, CloseFolder> folder(opendir(kObjectFolder));
-    if (folder == nullptr) {
+    const Descriptor folder = OpenPath(kObjectFolder, O_RDONLY | O_DIRECTORY);
+    if (folder < 0) {
         return;
     }
-    const int first = all ? 0 : g_next;
-    const int end = all ? INT_MAX : first + kSome;
-    int count = 0;
-    while (const dirent* const entry = readdir(folder.get())) {
-        ObjectPath path;
-        if (path.MakeOfFile(entry->d_name) && ++count > first) {
-            RemoveIfLeftOver(path);
-            if (count == end) {
-                g_next = end;
-                return;
-            }
-        }
+    if (all) {
+        Sweep(0, INT_MAX).Run(folder);
+    } else {
+        g_next = Sweep(g_next, g_next + kSome).Run(folder);
     }
-    g_next = 0;
+    CloseDescriptor(folder);
 }
 
 } // namespace qv::platform

@@ -201,8 +201,10 @@ TEST(NamedObject, LeavesNothingBehindWhenACallFails)
             }
             EXPECT_EQ(descriptors, CountDescriptors());
             EXPECT_EQ(way == 1 ? 1 : 0, CountMappings());
-            // A left-over may go before its successor cannot be made.
-            EXPECT_TRUE(fs::exists(file) == (way == 1 || way == 3) || (way == 2 && !made));
+            // A left-over may go before its successor cannot be made, and any process may remove
+            // it.
+            const bool mayStay = way == 3 || (way == 2 && made == nullptr);
+            EXPECT_TRUE(mayStay || fs::exists(file) == (way == 1));
             ASSERT_LT(n, 50);
         }
         g_mayUnlink = true;
@@ -364,8 +366,8 @@ TEST(NamedObject, WaitsAtTheGateButNotForEver)
     CloseHandle(Open(name));
     EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError()); // what is alive needs no gate
     CloseHandle(holder);
-    close(g_gate);
     EXPECT_TRUE(fs::exists(file));
+    close(g_gate);
     CloseHandle(Open(name));
     EXPECT_FALSE(fs::exists(file));
 }
@@ -373,7 +375,6 @@ TEST(NamedObject, WaitsAtTheGateButNotForEver)
 TEST(NamedObject, IsWholeOrNotThereInAForkedChild)
 {
     const std::string name = OwnName("fork");
-    const auto descriptors = CountDescriptors();
     std::atomic<bool> done = false;
     std::jthread opener([&] {
         while (!done) {
@@ -395,7 +396,7 @@ TEST(NamedObject, IsWholeOrNotThereInAForkedChild)
             Child child([&] {
                 alarm(20); // for a lock of a thread that is not here
                 CloseHandle(Open(name));
-                return GiveBackInherited() && CountDescriptors() == descriptors;
+                return GiveBackInherited();
             });
             EXPECT_TRUE(child.Succeeded());
         }

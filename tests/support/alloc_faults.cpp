@@ -1,5 +1,7 @@
 #include "support/alloc_faults.h"
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -19,6 +21,39 @@ using qv::test::FailAllocation;
 
 std::atomic<long> g_live{0};
 
+// An allocator of the sanitizers that another thread was in at a fork is locked in the child for
+// ever. So with them a fork waits until nobody is.
+class Allocator
+{
+public:
+    Allocator() { Call(pthread_rwlock_rdlock); }
+    ~Allocator() { Call(pthread_rwlock_unlock); }
+    Allocator(const Allocator&) = delete;
+    Allocator& operator=(const Allocator&) = delete;
+
+private:
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr bool kIsLockedByFork = true;
+#else
+    static constexpr bool kIsLockedByFork = false;
+#endif
+    static inline pthread_rwlock_t s_lock = PTHREAD_RWLOCK_INITIALIZER;
+
+    static void Call(int (*function)(pthread_rwlock_t*))
+    {
+        if (kIsLockedByFork) {
+            function(&s_lock);
+        }
+    }
+
+    // The first handler, so that it comes after those that wait for threads which allocate.
+    [[gnu::constructor(101)]] static void FollowForks()
+    {
+        pthread_atfork([] { Call(pthread_rwlock_wrlock); }, [] { Call(pthread_rwlock_unlock); },
+                       [] { s_lock = PTHREAD_RWLOCK_INITIALIZER; });
+    }
+};
+
 void* Counted(void* block)
 {
     g_live += block != nullptr ? 1 : 0;
@@ -30,6 +65,7 @@ void* New(std::size_t size, std::size_t alignment)
     if (FailAllocation::IsNow()) {
         return nullptr;
     }
+    const Allocator inUse;
     return Counted(alignment == 0
                        ? __real_malloc(size)
                        : std::aligned_alloc(alignment, (size + alignment - 1) & ~(alignment - 1)));
@@ -45,6 +81,7 @@ void* NewOrThrow(std::size_t size, std::size_t alignment)
 
 void Delete(void* block)
 {
+    const Allocator inUse;
     g_live -= block != nullptr ? 1 : 0;
     __real_free(block);
 }
@@ -76,10 +113,12 @@ extern "C"
 {
     void* __wrap_malloc(std::size_t size)
     {
+        const Allocator inUse;
         return FailAllocation::IsNow() ? nullptr : Counted(__real_malloc(size));
     }
     void* __wrap_calloc(std::size_t count, std::size_t size)
     {
+        const Allocator inUse;
         return FailAllocation::IsNow() ? nullptr : Counted(__real_calloc(count, size));
     }
     void* __wrap_realloc(void* block, std::size_t size)
@@ -87,6 +126,7 @@ extern "C"
         if (FailAllocation::IsNow()) {
             return nullptr;
         }
+        const Allocator inUse;
         void* const grown = __real_realloc(block, size);
         g_live -= block != nullptr && (grown != nullptr || size == 0) ? 1 : 0;
         return Counted(grown);

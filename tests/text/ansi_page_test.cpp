@@ -1,6 +1,7 @@
 // The ANSI code page in the charset of this run's environment.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <clocale>
 #include <cstdlib>
 #include <string>
@@ -9,9 +10,11 @@
 
 #include "platform/error.h"
 #include "platform/locale.h"
+#include "support/child_process.h"
 #include "text/ansi_string.h"
 
 using namespace qv::platform;
+using qv::test::Child;
 
 namespace
 {
@@ -32,6 +35,31 @@ const struct
     {"hy_AM.ARMSCII-8", "\xFFz", u"\xFFFDz", "?z"},
     {"", "a\xE4z", u"a\xFFFDz", "a?z"},
 };
+
+// The first test, so that some forks meet the first use.
+TEST(AnsiPage, WorksInAForkedChild)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' allocators hang there by themselves";
+#endif
+    const auto convert = [] {
+        char16_t wide[2];
+        return MultiByteToWideChar(CP_ACP, 0, "ab", 2, wide, 2) == 2 && wide[1] == u'b';
+    };
+    std::atomic<bool> done{false};
+    const std::jthread other([&] {
+        while (!done) {
+            convert();
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_TRUE(Child([&] {
+                        alarm(10);
+                        return convert();
+                    }).Succeeded());
+    }
+    done = true;
+}
 
 TEST(AnsiPage, ConvertsBothWaysInManyThreads)
 {
