@@ -10,8 +10,6 @@
 #include "platform/error.h"
 #include "platform/no_cancellation.h"
 
-// By the bare calls: the C library's would be points where the thread can be cancelled.
-
 namespace qv::platform
 {
 
@@ -35,8 +33,11 @@ BOOL CloseHandle(Descriptor descriptor)
 DWORD CloseDescriptor(Descriptor descriptor)
 {
     const KeepErrno keep;
+    // The C library's, though it is a point of cancellation: race checkers must see that a number
+    // which they know of comes free.
+    const NoCancellation noCancellation;
     // Never again after a signal: the number may be another file's by then.
-    const bool isClosed = syscall(SYS_close, descriptor) == 0 || errno == EINTR;
+    const bool isClosed = close(descriptor) == 0 || errno == EINTR;
     return isClosed ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
@@ -54,6 +55,7 @@ Descriptor AboveStandardNumbers(Descriptor descriptor)
 
 Descriptor OpenPath(const char* path, int flags, unsigned mode)
 {
+    // By the bare call, which is no point of cancellation.
     Descriptor file;
     do {
         flags |= O_CLOEXEC | O_NOCTTY | O_LARGEFILE;

