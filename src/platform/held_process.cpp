@@ -166,6 +166,7 @@ DWORD HeldProcess::GiveUp()
 void HoldProcesses()
 {
     EnterCriticalSection(&g_processesLock);
+    Orphans::JoinEndedThread();
 }
 
 void ReleaseProcesses(bool isForkedChild)

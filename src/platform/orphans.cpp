@@ -34,13 +34,6 @@ void CloseSet()
     CloseDescriptor(std::exchange(g_set, -1));
 }
 
-void JoinThread()
-{
-    if (std::exchange(g_hasThread, false)) {
-        pthread_join(g_thread, nullptr);
-    }
-}
-
 bool StartThread(void* (*routine)(void*))
 {
     pthread_attr_t attributes;
@@ -105,6 +98,7 @@ bool Orphans::Watch(ProcessRecord& child)
 {
     const bool isFirst = g_set < 0;
     if (isFirst) {
+        JoinEndedThread();
         g_set = AboveStandardNumbers(epoll_create1(EPOLL_CLOEXEC));
         if (g_set < 0) {
             return false;
@@ -115,13 +109,20 @@ bool Orphans::Watch(ProcessRecord& child)
     end.data.ptr = &child;
     bool isWatched = epoll_ctl(g_set, EPOLL_CTL_ADD, child.m_process, &end) == 0;
     if (isFirst && isWatched) {
-        JoinThread(); // of the last such time: it has left the lock for good
         isWatched = StartThread(&RunThread);
     }
     if (isFirst && !isWatched) {
         CloseSet();
     }
     return isWatched;
+}
+
+// It has left the lock for good.
+void Orphans::JoinEndedThread()
+{
+    if (g_set < 0 && std::exchange(g_hasThread, false)) {
+        pthread_join(g_thread, nullptr);
+    }
 }
 
 void* Orphans::RunThread(void* /*unused*/)

@@ -15,6 +15,8 @@ class Orphans
 public:
     // With the lock of the processes held.
     static void Add(ProcessRecord& child);
+    // Before a fork, which leaves the child no thread to be joined.
+    static void JoinEndedThread();
     // In a forked child, likewise: they are none of its own.
     static void ForgetInChild();
 
