@@ -60,11 +60,12 @@ QV_EXPORT QVRESULT QVDirOpen(const QVWChar* path, QVDir* dirOut);
  * Fills in the next entry. A link counts as what it leads to, if that is there. Times are taken as
  * local time now would show them, with the zone as it was within the last second; an entry of a
  * time in the other half of the daylight year is as QVTimeToPosix has it. reserved has no effect.
- * S_OK; E_FAIL at the end, and again and again after it: take any failure as the end.
+ * S_OK; E_FAIL at the end, and again and again after it: take any failure as the end. E_HANDLE for
+ * QV_DIR_NONE.
  */
 QV_EXPORT QVRESULT QVDirRead(QVDir dir, QVDirEntry* entry, uint32_t reserved);
 
-/* S_OK. */
+/* QV_DIR_NONE is let pass. S_OK. */
 QV_EXPORT QVRESULT QVDirClose(QVDir dir);
 
 /*

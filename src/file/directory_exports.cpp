@@ -86,9 +86,10 @@ void Folder::Fill(const WIN32_FIND_DATAW& data, QVDirEntry& entry)
     entry.m_writeTime = m_times.Of(data.ftLastWriteTime);
 }
 
+// Null for none, as an open that has failed leaves it.
 Folder* FromHandle(QVDir dir)
 {
-    return reinterpret_cast<Folder*>(dir);
+    return dir != QV_DIR_NONE ? reinterpret_cast<Folder*>(dir) : nullptr;
 }
 
 std::u16string PatternOf(std::u16string path)
@@ -124,7 +125,8 @@ QVRESULT QVDirOpen(const QVWChar* path, QVDir* dirOut)
 
 QVRESULT QVDirRead(QVDir dir, QVDirEntry* entry, uint32_t /*reserved*/)
 {
-    return FromHandle(dir)->Read(*entry);
+    Folder* const folder = FromHandle(dir);
+    return folder != nullptr ? folder->Read(*entry) : E_HANDLE;
 }
 
 QVRESULT QVDirClose(QVDir dir)
