@@ -210,6 +210,15 @@ bool FolderSearch::Look(const Entry& entry, WIN32_FIND_DATAW& data) const
 namespace
 {
 
+// A file in the folder's own place is told from one farther up.
+DWORD ErrorOfOpen(const NativePath& folder, int error)
+{
+    const bool isFile = error == ENOTDIR && MissingFile(folder) == ERROR_FILE_NOT_FOUND;
+    return isFile            ? ERROR_DIRECTORY
+           : error == ENOENT ? ERROR_PATH_NOT_FOUND
+                             : ErrorFromErrno(error);
+}
+
 // Splits a pattern into the folder and what stands behind it.
 DWORD OpenSearch(std::u16string_view whole, std::unique_ptr<FolderSearch>& search)
 {
@@ -225,9 +234,7 @@ DWORD OpenSearch(std::u16string_view whole, std::unique_ptr<FolderSearch>& searc
     }
     const Descriptor opened = OpenPath(path.Text(), O_RDONLY | O_DIRECTORY);
     if (opened < 0) {
-        return errno == ENOENT    ? ERROR_PATH_NOT_FOUND
-               : errno == ENOTDIR ? ERROR_DIRECTORY
-                                  : ErrorFromErrno(errno);
+        return ErrorOfOpen(path, errno);
     }
     search.reset(new (std::nothrow) FolderSearch(opened, pattern));
     if (search == nullptr) {
