@@ -140,7 +140,7 @@ DWORD FolderSearch::Next(WIN32_FIND_DATAW& data)
         const std::size_t length =
             PathFromBytes(entry.name, data.cFileName, std::size(data.cFileName) - 1);
         if (length >= std::size(data.cFileName)) {
-            continue; // no file system has such names
+            continue; // and no path of such a length could be opened
         }
         data.cFileName[length] = 0;
         if (m_pattern.Matches({data.cFileName, length}) && Look(entry, data)) {
@@ -192,14 +192,18 @@ DWORD FolderSearch::Refill()
 
 bool FolderSearch::Look(const Entry& entry, WIN32_FIND_DATAW& data) const
 {
-    constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
+    // Looking at what could be mounted mounts nothing, as with stat.
     struct statx file;
-    int result = statx(m_folder, entry.name, 0, kWanted, &file);
-    if (result != 0) {
-        // A link that leads nowhere, or in circles, is there by itself.
-        result = statx(m_folder, entry.name, AT_SYMLINK_NOFOLLOW, kWanted, &file);
-    }
-    if (result == 0) {
+    const auto ask = [&](int flags) {
+        int result;
+        do {
+            result = statx(m_folder, entry.name, flags | AT_NO_AUTOMOUNT,
+                           STATX_BASIC_STATS | STATX_BTIME, &file);
+        } while (result != 0 && errno == EINTR);
+        return result == 0;
+    };
+    // A link that leads nowhere, or in circles, is there by itself.
+    if (ask(0) || ask(AT_SYMLINK_NOFOLLOW)) {
         Describe(file, data);
         return true;
     }
