@@ -124,7 +124,8 @@ private:
 
     Descriptor m_folder;
     FindPattern m_pattern;
-    int m_dots = 0; // how many of the first two have come
+    int m_dots = 0;          // how many of the first two have come
+    bool m_hasEnded = false; // some file systems go on when entries come later
     std::size_t m_at = 0;
     std::size_t m_end = 0;
     alignas(8) char m_piece[32 * 1024];
@@ -181,9 +182,13 @@ DWORD FolderSearch::Refill()
     do {
         size = syscall(SYS_getdents64, m_folder, m_piece, sizeof m_piece);
     } while (size < 0 && errno == EINTR);
-    if (size <= 0) {
-        // A folder that has been removed meanwhile has nothing more in it.
-        return size == 0 || errno == ENOENT ? ERROR_NO_MORE_FILES : ErrorFromErrno(errno);
+    // A folder that has been removed meanwhile has nothing more in it.
+    m_hasEnded = m_hasEnded || size == 0 || (size < 0 && errno == ENOENT);
+    if (m_hasEnded) {
+        return ERROR_NO_MORE_FILES;
+    }
+    if (size < 0) {
+        return ErrorFromErrno(errno);
     }
     m_at = 0;
     m_end = static_cast<std::size_t>(size);
