@@ -4,8 +4,8 @@
  * A QVDir reads one folder once. The entries come in the order of the file system, "." and ".."
  * before the others, and what comes and goes meanwhile is seen or not. The memory that it takes
  * does not depend on the number of entries. Paths are wide text in which / and \ both separate; a
- * name that is not UTF-8 has units from 0xDC80 to 0xDCFF for its stray bytes, and opens the file
- * again.
+ * name that is not UTF-8 has units from 0xDC80 to 0xDCFF for its stray bytes, a \ of its own is
+ * 0xDC5C, and so each name opens its file again.
  *
  *     QVDir folder;
  *     QVDirEntry entry;

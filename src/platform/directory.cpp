@@ -139,7 +139,7 @@ DWORD FolderSearch::Next(WIN32_FIND_DATAW& data)
             return error;
         }
         const std::size_t length =
-            PathFromBytes(entry.name, data.cFileName, std::size(data.cFileName) - 1);
+            FilePathFromBytes(entry.name, data.cFileName, std::size(data.cFileName) - 1);
         if (length >= std::size(data.cFileName)) {
             continue; // and no path of such a length could be opened
         }

@@ -34,6 +34,7 @@ DWORD OwnFolder(std::u16string& folder)
         return ERROR_FILE_NOT_FOUND; // outside the process's root
     }
     folder = PathFromBytes(bytes);
+    std::replace(folder.begin(), folder.end(), u'\\', kEscapedBackslash);
     return ERROR_SUCCESS;
 }
 

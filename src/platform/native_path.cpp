@@ -42,14 +42,13 @@ DWORD NativePath::Append(std::u16string_view path)
 {
     char* const rest = m_text + m_length;
     const std::size_t room = sizeof m_text - 1 - m_length;
-    const std::size_t added = PathToBytes(path, rest, room);
+    const std::size_t added = FilePathToBytes(path, rest, room);
     if (added > room) {
         return ERROR_FILENAME_EXCED_RANGE;
     }
-    if (std::find(rest, rest + added, '\0') != rest + added || !IsPathOf(path, {rest, added})) {
+    if (std::find(rest, rest + added, '\0') != rest + added || !IsFilePathOf(path, {rest, added})) {
         return ERROR_INVALID_NAME;
     }
-    std::replace(rest, rest + added, '\\', '/');
     m_length += added;
     return ERROR_SUCCESS;
 }

@@ -1,7 +1,7 @@
 // A path of a caller's as the kernel takes it: UTF-8, with / between its components.
 //
 // Each text stands for one file name at the most, and each file name for one text: what
-// PathFromBytes gives for a name. Any other text that would come to the same bytes is refused.
+// FilePathFromBytes gives for a name. Any other text that would come to the same bytes is refused.
 #pragma once
 
 #include <climits>

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "platform/utf8_text.h"
+
 namespace qv::platform
 {
 
@@ -21,44 +23,30 @@ bool IsLow(WCHAR unit)
     return (unit & 0xFC00) == 0xDC00;
 }
 
-// What UTF-8's rule gives for a code point, or for a surrogate.
-struct Encoded
-{
-    std::size_t length;
-    char bytes[4];
-};
-
-Encoded Encode(std::uint32_t point)
-{
-    const auto tail = [&](unsigned shift) {
-        return static_cast<char>(0x80 | ((point >> shift) & 0x3F));
-    };
-    if (point < 0x80) {
-        return {1, {static_cast<char>(point)}};
-    }
-    if (point < 0x800) {
-        return {2, {static_cast<char>(0xC0 | (point >> 6)), tail(0)}};
-    }
-    if (point < 0x10000) {
-        return {3, {static_cast<char>(0xE0 | (point >> 12)), tail(6), tail(0)}};
-    }
-    return {4, {static_cast<char>(0xF0 | (point >> 18)), tail(12), tail(6), tail(0)}};
-}
-
 // Takes the bytes of the first unit or pair off the text.
-Encoded TakeBytes(std::u16string_view& text)
+Utf8Point TakeBytes(std::u16string_view& text)
 {
     const WCHAR unit = text[0];
     if (IsHigh(unit) && text.size() > 1 && IsLow(text[1])) {
         const std::uint32_t point = 0x10000u + ((unit & 0x3FFu) << 10) + (text[1] & 0x3FFu);
         text.remove_prefix(2);
-        return Encode(point);
+        return Utf8Of(point);
     }
     text.remove_prefix(1);
     if (unit >= kByteUnits + 0x80 && unit <= kByteUnits + 0xFF) {
         return {1, {static_cast<char>(unit - kByteUnits)}};
     }
-    return Encode(unit);
+    return Utf8Of(unit);
+}
+
+Utf8Point TakeFilePathBytes(std::u16string_view& text)
+{
+    const WCHAR unit = text[0];
+    if (unit != u'\\' && unit != kEscapedBackslash) {
+        return TakeBytes(text);
+    }
+    text.remove_prefix(1);
+    return {1, {unit == u'\\' ? '/' : '\\'}};
 }
 
 struct Sequence
@@ -120,6 +108,18 @@ Units TakeUnits(std::string_view& bytes)
         {static_cast<WCHAR>(0xD800 + (rest >> 10)), static_cast<WCHAR>(0xDC00 + (rest & 0x3FF))}};
 }
 
+WCHAR Escaped(WCHAR unit)
+{
+    return unit == u'\\' ? kEscapedBackslash : unit;
+}
+
+Units TakeFilePathUnits(std::string_view& bytes)
+{
+    Units units = TakeUnits(bytes);
+    units.units[0] = Escaped(units.units[0]);
+    return units;
+}
+
 } // namespace
 
 std::string PathToBytes(std::u16string_view text)
@@ -127,8 +127,8 @@ std::string PathToBytes(std::u16string_view text)
     std::string bytes;
     bytes.reserve(text.size());
     while (!text.empty()) {
-        const Encoded next = TakeBytes(text);
-        bytes.append(next.bytes, next.length);
+        const Utf8Point next = TakeBytes(text);
+        bytes.append(next.bytes, next.size);
     }
     return bytes;
 }
@@ -144,31 +144,31 @@ std::u16string PathFromBytes(std::string_view bytes)
     return text;
 }
 
-std::size_t PathToBytes(std::u16string_view text, char* bytes, std::size_t size)
+std::size_t FilePathToBytes(std::u16string_view text, char* bytes, std::size_t size)
 {
     std::size_t length = 0;
     while (!text.empty()) {
-        const Encoded next = TakeBytes(text);
-        if (next.length > size - length) {
+        const Utf8Point next = TakeFilePathBytes(text);
+        if (next.size > size - length) {
             return size + 1;
         }
         length =
-            static_cast<std::size_t>(std::copy_n(next.bytes, next.length, bytes + length) - bytes);
+            static_cast<std::size_t>(std::copy_n(next.bytes, next.size, bytes + length) - bytes);
     }
     return length;
 }
 
-std::size_t PathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size)
+std::size_t FilePathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size)
 {
     std::size_t length = 0;
     // Most names have nothing else.
     while (length < std::min(bytes.size(), size) && static_cast<signed char>(bytes[length]) >= 0) {
-        text[length] = static_cast<WCHAR>(bytes[length]);
+        text[length] = Escaped(static_cast<WCHAR>(bytes[length]));
         ++length;
     }
     bytes.remove_prefix(length);
     while (!bytes.empty()) {
-        const Units next = TakeUnits(bytes);
+        const Units next = TakeFilePathUnits(bytes);
         if (next.length > size - length) {
             return size + 1;
         }
@@ -178,11 +178,12 @@ std::size_t PathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size)
     return length;
 }
 
-bool IsPathOf(std::u16string_view text, std::string_view bytes)
+bool IsFilePathOf(std::u16string_view text, std::string_view bytes)
 {
     while (!bytes.empty()) {
-        const Units next = TakeUnits(bytes);
-        if (!text.starts_with(std::u16string_view(next.units, next.length))) {
+        const Units next = TakeFilePathUnits(bytes);
+        const bool isSeparator = next.units[0] == u'/' && text.starts_with(u'\\');
+        if (!isSeparator && !text.starts_with(std::u16string_view(next.units, next.length))) {
             return false;
         }
         text.remove_prefix(next.length);

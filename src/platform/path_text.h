@@ -19,12 +19,14 @@ namespace qv::platform
 std::string PathToBytes(std::u16string_view text);
 std::u16string PathFromBytes(std::string_view bytes);
 
-// Into a place of size bytes or units, without a terminator. They give the length: above size,
-// which says no more than that, if it does not fit.
-std::size_t PathToBytes(std::u16string_view text, char* bytes, std::size_t size);
-std::size_t PathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size);
+// The same of a path of files. In its text / and \ both separate, so a \ in a file's own name is
+// escaped there. Into a place of size bytes or units, without a terminator. They give the length:
+// above size, which says no more than that, if it does not fit.
+std::size_t FilePathToBytes(std::u16string_view text, char* bytes, std::size_t size);
+std::size_t FilePathFromBytes(std::string_view bytes, WCHAR* text, std::size_t size);
+inline constexpr WCHAR kEscapedBackslash = 0xDC00 + '\\';
 
-// Whether the bytes, back as text, are that text.
-bool IsPathOf(std::u16string_view text, std::string_view bytes);
+// Whether the bytes, back as text, are that text, whichever its separators are.
+bool IsFilePathOf(std::u16string_view text, std::string_view bytes);
 
 } // namespace qv::platform

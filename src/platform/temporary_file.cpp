@@ -100,7 +100,7 @@ DWORD GetTempPathW(DWORD size, WCHAR* buffer)
     const std::string_view folder = chosen != nullptr && *chosen != '\0' ? chosen : "/tmp";
     // A path that long can name no file; its length says so.
     WCHAR whole[PATH_MAX + 1];
-    std::size_t length = PathFromBytes(folder, whole, PATH_MAX);
+    std::size_t length = FilePathFromBytes(folder, whole, PATH_MAX);
     if (length <= PATH_MAX && whole[length - 1] != u'/') {
         whole[length++] = u'/';
     }

@@ -11,29 +11,6 @@ namespace
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
 
-struct Encoded
-{
-    std::size_t size;
-    char bytes[4];
-};
-
-Encoded Encode(std::uint32_t point)
-{
-    const auto tail = [point](unsigned shift) {
-        return static_cast<char>(0x80 | ((point >> shift) & 0x3F));
-    };
-    if (point < 0x80) {
-        return {1, {static_cast<char>(point)}};
-    }
-    if (point < 0x800) {
-        return {2, {static_cast<char>(0xC0 | (point >> 6)), tail(0)}};
-    }
-    if (point < 0x10000) {
-        return {3, {static_cast<char>(0xE0 | (point >> 12)), tail(6), tail(0)}};
-    }
-    return {4, {static_cast<char>(0xF0 | (point >> 18)), tail(12), tail(6), tail(0)}};
-}
-
 } // namespace
 
 Utf8Piece ToUtf8(const WCHAR* text, std::size_t count, char* dest, std::size_t size)
@@ -59,7 +36,7 @@ Utf8Piece ToUtf8(const WCHAR* text, std::size_t count, char* dest, std::size_t s
                            : kReplacement;
             units = isPair ? 2 : 1;
         }
-        const Encoded encoded = Encode(point);
+        const Utf8Point encoded = Utf8Of(point);
         if (encoded.size > size - made) {
             break;
         }

@@ -143,8 +143,9 @@ TEST_F(Directory, EntriesTellTheirKindAndSize)
 
 TEST_F(Directory, EveryNameCanBeOpenedAgain)
 {
-    const std::string names[] = {"ascii", "\xC3\xA4\xF0\x9F\x99\x82", "\xFF\xED\xA0\x80",
-                                 "\xC3",  std::string(255, 'n'),      "a\nb*?"};
+    const std::string names[] = {
+        "ascii",       "\xC3\xA4\xF0\x9F\x99\x82", "\xFF\xED\xA0\x80", "\xC3", "a\nb*?", "plain\\",
+        "\xC3\xA4\\b", std::string(255, 'n')};
     for (const std::string& name : names) {
         Make(name);
     }

@@ -297,7 +297,7 @@ TEST(Path, IsMadeWholeByItsTextAlone)
         {u"\\", u"/"},
         {u"C:", u"/usr/bin/C:"},
         {u"...", u"/usr/bin/..."},
-        {{0xDCFF}, u"/usr/bin/" + std::u16string(1, 0xDCFF)},
+        {{0xDCFF, u'\\', 0xDC5C}, u"/usr/bin/" + std::u16string{0xDCFF, u'/', 0xDC5C}},
     };
     for (const auto& row : rows) {
         QVWChar buffer[260] = {};
@@ -312,8 +312,10 @@ TEST(Path, IsMadeWholeByItsTextAlone)
     }
     QVWChar buffer[260];
     EXPECT_EQ(QVPathExpand(u"", buffer, 260), E_FAIL);
-    char gone[] = "/tmp/qvcore6-gone-XXXXXX";
+    char gone[] = "/tmp/qvcore6-\\gone-XXXXXX";
     ASSERT_EQ(chdir(mkdtemp(gone)), 0);
+    EXPECT_EQ(QVPathExpand(u"a", buffer, 260), S_OK);
+    EXPECT_EQ(buffer[13], 0xDC5C) << "no separator";
     rmdir(gone);
     EXPECT_EQ(QVPathExpand(u"a", buffer, 260), QV_E_FILE_NOT_FOUND);
     ASSERT_EQ(chdir("/"), 0);
