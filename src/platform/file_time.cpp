@@ -3,43 +3,15 @@
 #include <chrono>
 
 #include "platform/error.h"
-#include "platform/time_zone.h"
 
 namespace qv::platform
 {
 
-namespace
-{
-
-constexpr std::uint64_t kStepsInMillisecond = 10'000;
-
-std::uint64_t StepsOf(const FILETIME& time)
-{
-    return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-}
-
-} // namespace
-
-BOOL FileTimeToLocalFileTime(const FILETIME* time, FILETIME* local)
-{
-    constexpr std::int64_t kStepsInMinute = 60'000 * kStepsInMillisecond;
-    TIME_ZONE_INFORMATION zone;
-    const DWORD part = GetTimeZoneInformation(&zone);
-    if (part == TIME_ZONE_ID_INVALID) {
-        return kFalse;
-    }
-    const LONG bias = zone.Bias + (part == TIME_ZONE_ID_DAYLIGHT   ? zone.DaylightBias
-                                   : part == TIME_ZONE_ID_STANDARD ? zone.StandardBias
-                                                                   : 0);
-    const std::uint64_t steps = StepsOf(*time) - static_cast<std::uint64_t>(bias * kStepsInMinute);
-    *local = {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32)};
-    return kTrue;
-}
-
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* record)
 {
     using namespace std::chrono;
-    const std::uint64_t steps = StepsOf(*time);
+    constexpr std::uint64_t kStepsInMillisecond = 10'000;
+    const std::uint64_t steps = std::uint64_t{time->dwHighDateTime} << 32 | time->dwLowDateTime;
     if (steps >> 63 != 0) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return kFalse;

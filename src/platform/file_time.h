@@ -9,8 +9,6 @@ namespace qv::platform
 
 extern "C"
 {
-    // By the difference to UTC that is in force now, whatever it was at that time.
-    BOOL FileTimeToLocalFileTime(const FILETIME* time, FILETIME* local);
     // Error 87 for a time from 2^63 steps on.
     BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* record);
 }

@@ -73,15 +73,31 @@ template <std::size_t size> void CopyName(WCHAR (&out)[size], const char* name)
     }
 }
 
+std::time_t Now()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec;
+}
+
 } // namespace
+
+ZoneInForce AskZoneInForce()
+{
+    const KeepErrno keep;
+    const SectionHold zone(&g_zoneLock);
+    const std::time_t now = Now();
+    std::tm local = {};
+    tzset();
+    localtime_r(&now, &local);
+    return {static_cast<LONG>(-local.tm_gmtoff / 60), local.tm_isdst > 0};
+}
 
 DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION* zone)
 {
     const KeepErrno keep;
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
     Parts parts;
-    const bool isDaylight = parts.LookAround(now.tv_sec);
+    const bool isDaylight = parts.LookAround(Now());
     // In a zone that has had one part alone for a year, both are that one.
     const bool hasDaylight = parts.Daylight().found;
     const Part& standard = parts.Standard().found ? parts.Standard() : parts.Daylight();

@@ -23,6 +23,14 @@ struct TIME_ZONE_INFORMATION
     LONG DaylightBias;
 };
 
+// What is in force now: Bias plus the part's, in minutes. A small share of the price of the whole.
+struct ZoneInForce
+{
+    LONG bias;
+    bool isDaylight;
+};
+ZoneInForce AskZoneInForce();
+
 extern "C"
 {
     // One of the numbers above; never the last one here.
