@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -25,8 +26,12 @@ public:
     Sample()
     {
         benchmark::DoNotOptimize(mkdtemp(m_path.data()));
+        constexpr int kDays = 1000; // over which a folder has filled
+        const auto now = std::filesystem::file_time_type::clock::now();
         for (int i = 0; i < kFiles; ++i) {
-            std::ofstream(m_path + "/some-file-" + std::to_string(i) + ".txt") << i;
+            const std::string path = m_path + "/some-file-" + std::to_string(i) + ".txt";
+            std::ofstream(path) << i;
+            std::filesystem::last_write_time(path, now - std::chrono::days(i % kDays));
         }
     }
     ~Sample() { std::filesystem::remove_all(m_path); }
