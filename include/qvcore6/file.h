@@ -139,8 +139,9 @@ QV_EXPORT QVRESULT QVFileLock(QVHandle handle, uint32_t offset, uint32_t length,
 QV_EXPORT QVRESULT QVFileUnlock(QVHandle handle, uint32_t offset, uint32_t length);
 
 /*
- * Copies a file's bytes from its start to its end, as it is when that is reached. The target is
- * opened with flags and mode as by QVFileOpen, and QV_FILE_WRITE. handleOut may be null; else the
+ * Copies a file's bytes from its start to its end. Of a file that grows meanwhile, what has come
+ * when the end that it had at first is reached. The target is opened with flags and mode as by
+ * QVFileOpen, and QV_FILE_WRITE. handleOut may be null; else the
  * target stays open, its position behind the last byte, and *handleOut is QV_HANDLE_NONE after a
  * failure. A copy that fails leaves what it has written.
  * E_ACCESSDENIED also for a target that is the source and would be emptied or appended to; E_FAIL

@@ -54,10 +54,38 @@ bool DestroysSource(const OwnedHandle& source, const QVWChar* target, uint32_t f
            QVFileOpen(target, 0, 0, there.Place()) >= 0 && IsSameFile(source.Get(), there.Get());
 }
 
-// Up to the end of the source, QV_E_END_OF_DATA, or to a failure.
-QVRESULT CopyPiece(QVHandle source, QVHandle target, void* buffer)
+// Where a copy ends at the latest: a source that grows as fast as it is copied would have no end.
+// What has come until its first end is reached is copied, and no more.
+class LastEnd
 {
-    DWORD count = 0;
+public:
+    explicit LastEnd(QVHandle source) : m_source(source), m_first(Size()) {}
+
+    bool IsReached(std::int64_t copied)
+    {
+        if (m_last < 0 && copied >= m_first && Size() > m_first) {
+            m_last = Size();
+        }
+        return m_last >= 0 && copied >= m_last;
+    }
+
+private:
+    // 0 for what is no file.
+    std::int64_t Size() const
+    {
+        std::int64_t size = 0;
+        GetFileSizeEx(m_source, &size);
+        return size;
+    }
+
+    QVHandle m_source;
+    std::int64_t m_first;
+    std::int64_t m_last = -1;
+};
+
+// Up to the end of the source, QV_E_END_OF_DATA, or to a failure.
+QVRESULT CopyPiece(QVHandle source, QVHandle target, void* buffer, DWORD& count)
+{
     if (ReadFile(source, buffer, kPieceBytes, &count, nullptr) == kFalse) {
         return QVResultFromNative(GetLastError());
     }
@@ -78,9 +106,13 @@ QVRESULT CopyContent(QVHandle source, QVHandle target)
     if (buffer == nullptr) {
         return E_OUTOFMEMORY;
     }
+    LastEnd end(source);
+    std::int64_t copied = 0;
     QVRESULT result = S_OK;
-    while (result >= 0) {
-        result = CopyPiece(source, target, buffer.get());
+    while (result >= 0 && !end.IsReached(copied)) {
+        DWORD count = 0;
+        result = CopyPiece(source, target, buffer.get(), count);
+        copied += count;
     }
     return result == QV_E_END_OF_DATA ? S_OK : result;
 }

@@ -204,6 +204,29 @@ TEST_F(FileCopy, ReachesBeyondFourGigabytes)
     QVFileClose(m_handle);
 }
 
+// As fast as it is copied.
+TEST_F(FileCopy, EndsThoughTheSourceGrows)
+{
+    constexpr std::size_t kLarge = 10'000'000;
+    Put("from", std::string(100'000, 'x'));
+    mkfifo(m_folder.Bytes("to").c_str(), 0600);
+    std::jthread copy([&] {
+        EXPECT_EQ(
+            QVFileCopy(m_folder.Text(u"from").c_str(), m_folder.Text(u"to").c_str(), 0, 0, nullptr),
+            S_OK);
+    });
+    std::ifstream to(m_folder.Bytes("to"));
+    std::ofstream from(m_folder.Bytes("from"), std::ios::app);
+    std::string piece(4096, '?');
+    std::size_t copied = 0;
+    while (copied < kLarge && (to.read(piece.data(), 4096), to.gcount() != 0)) {
+        copied += static_cast<std::size_t>(to.gcount());
+        from << piece << std::flush;
+    }
+    EXPECT_GE(copied, 100'000u);
+    EXPECT_LT(copied, kLarge);
+}
+
 TEST(Pipe, EndsAreFailuresAndSignalsNeither)
 {
     int ends[2];
