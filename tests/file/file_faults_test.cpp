@@ -1,29 +1,22 @@
 // Files with each system call and each allocation failing, under limits, and in many cycles.
-#include <gtest/gtest.h>
 #include <qvcore6/directory.h>
-#include <qvcore6/file.h>
-#include <qvcore6/result.h>
 
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/random.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <utility>
 
+#include "file/file_fixture.h"
 #include "frame/facts.h"
 #include "support/alloc_faults.h"
-#include "support/child_process.h"
-#include "support/own_folder.h"
 
 using namespace qv::test;
 
@@ -113,12 +106,13 @@ extern "C"
 namespace
 {
 
-constexpr uint32_t kBoth = QV_FILE_READ | QV_FILE_WRITE;
-
 // Everything that opens something. Each gives its result.
-using Open = QVRESULT (*)(const QVWChar* file, const QVWChar* made, QVHandle& handle);
-constexpr Open kOpens[] = {
-    [](auto* file, auto*, auto& handle) { return QVFileOpen(file, QV_FILE_READ, 0, &handle); },
+using Act = QVRESULT (*)(const QVWChar* file, const QVWChar* made, QVHandle& handle);
+constexpr Act kActs[] = {
+    [](auto* file, auto*, auto& handle) {
+        const QVRESULT result = QVFileOpen(file, QV_FILE_READ, 0, &handle);
+        return result < 0 ? result : QVFileLock(handle, 0, 1, 0);
+    },
     [](auto*, auto* made, auto& handle) {
         return QVFileOpen(made, kBoth | QV_FILE_CREATE, 0644, &handle);
     },
@@ -132,13 +126,6 @@ constexpr Open kOpens[] = {
     [](auto*, auto* made, auto& handle) {
         return QVFileOpen(made, kBoth | QV_FILE_TEMPORARY, 0644, &handle);
     },
-    [](auto* file, auto* made, auto& handle) {
-        return QVFileCopy(file, made, QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
-    },
-    [](auto* file, auto*, auto& handle) {
-        const QVRESULT result = QVFileOpen(file, QV_FILE_READ, 0, &handle);
-        return result < 0 ? result : QVFileLock(handle, 0, 1, 0);
-    },
     [](auto*, auto*, auto&) {
         QVDir folder;
         QVDirEntry entry;
@@ -149,18 +136,22 @@ constexpr Open kOpens[] = {
         QVDirClose(folder);
         return result;
     },
+    [](auto* file, auto* made, auto& handle) {
+        return QVFileCopy(file, made, QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
+    },
 };
-constexpr int kTemporary = 4; // and the next one
-constexpr int kCopy = 6;
-constexpr int kLock = 7;
+constexpr int kTemporary = 4;
+constexpr int kScan = 6;
+constexpr int kCopy = 7; // leaves what it has written
+constexpr int kAll = 8;
 
-class FileFaults : public testing::Test
+class FileFaults : public File
 {
 protected:
     FileFaults()
     {
         setenv("TMPDIR", m_folder.Bytes().c_str(), 1);
-        std::ofstream(m_folder.Bytes("file")) << std::string(20000, 'x');
+        Put("file", std::string(20000, 'x'));
         EXPECT_EQ(chdir(m_folder.Bytes().c_str()), 0);
     }
     ~FileFaults() override
@@ -169,106 +160,80 @@ protected:
         EXPECT_EQ(chdir("/"), 0);
     }
 
-    // With all closed again.
+    // With all closed and removed again.
     QVRESULT Do(int what)
     {
-        QVHandle handle = QV_HANDLE_NONE;
-        const QVRESULT result = kOpens[what](m_file.c_str(), m_made.c_str(), handle);
-        EXPECT_TRUE((handle == QV_HANDLE_NONE) == (result < 0) || what >= kLock);
-        QVFileClose(handle);
+        errno = 77;
+        const QVRESULT result = kActs[what](u"file", u"made", m_handle);
+        QVFileClose(std::exchange(m_handle, QV_HANDLE_NONE));
+        EXPECT_EQ(errno, 77);
+        g_failAt = 0;
+        EXPECT_EQ(CountDescriptors(), m_descriptors);
+        EXPECT_TRUE(result >= 0 || what == kCopy || !Exists("made"));
+        unlink("made");
+        EXPECT_EQ(m_folder.Count(), 1);
         return result;
     }
-
-    OwnFolder m_folder;
-    std::u16string m_file = m_folder.Text(u"file");
-    std::u16string m_made = m_folder.Text(u"made");
-    static constexpr int kKinds = std::size(kOpens);
 };
 
 TEST_F(FileFaults, EachSystemCallMayFail)
 {
-    const struct
-    {
-        int error;
-        QVRESULT result;
-    } rows[] = {{EACCES, E_ACCESSDENIED}, {EMFILE, E_FAIL}, {ENOMEM, E_OUTOFMEMORY}, {EIO, E_FAIL},
-                {ENOSPC, E_FAIL},         {EINTR, S_OK}};
-    for (int what = 0; what < kKinds; ++what) {
-        for (const auto& row : rows) {
-            const std::ptrdiff_t descriptors = CountDescriptors();
-            bool failed = true;
-            for (int n = 1; failed; ++n) {
+    const std::pair<int, QVRESULT> rows[] = {
+        {EACCES, E_ACCESSDENIED}, {EMFILE, E_FAIL}, {ENOMEM, E_OUTOFMEMORY}, {EIO, E_FAIL},
+        {ENOSPC, E_FAIL},         {EINTR, S_OK},
+    };
+    for (int what = 0; what < kAll; ++what) {
+        for (const auto& [error, expected] : rows) {
+            g_calls = 0;
+            for (int n = 1; g_calls >= n - 1; ++n) {
+                SCOPED_TRACE(testing::Message() << what << ' ' << error << ' ' << n);
                 g_calls = 0;
-                g_errno = row.error;
+                g_errno = error;
                 g_failAt = n;
-                errno = 77;
                 const QVRESULT result = Do(what);
-                EXPECT_EQ(errno, 77);
-                failed = g_calls >= n;
-                g_failAt = 0;
-                EXPECT_TRUE(result >= 0 || result == row.result || row.error == ENOSPC ||
+                EXPECT_TRUE(result >= 0 || result == expected ||
                             (what == kCopy && result == E_FAIL) ||
-                            (what == kTemporary && result == QV_E_FILE_NOT_FOUND))
-                    << what << ' ' << row.error << ' ' << n << ' ' << std::hex << result;
-                EXPECT_EQ(CountDescriptors(), descriptors) << what << ' ' << row.error << ' ' << n;
-                if ((result < 0 && what != kCopy) || what / 2 == kTemporary / 2) {
-                    EXPECT_EQ(m_folder.Count(), 1) << what << ' ' << row.error << ' ' << n;
-                }
-                unlink(m_folder.Bytes("made").c_str());
+                            (what == kTemporary && result == QV_E_FILE_NOT_FOUND));
             }
         }
     }
 }
 
-// To a pipe that nobody reads, under the number that a file had before: no signal comes.
-void WriteUnheard()
-{
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    ASSERT_EQ(dup2(ends[1], ends[0]), ends[0]);
-    uint32_t written = 0;
-    EXPECT_EQ(QVFileWrite(ends[0], "x", 1, &written), E_FAIL);
-    close(ends[0]);
-    close(ends[1]);
-}
-
 TEST_F(FileFaults, EachAllocationMayFail)
 {
-    for (int what = 0; what < kKinds; ++what) {
-        const std::ptrdiff_t descriptors = CountDescriptors();
+    for (int what = 0; what < kAll; ++what) {
         QVRESULT result = S_OK;
         long live = 0;
         SweepAllocations(
             [&] {
                 live = LiveBlocks();
-                result = Do(what);
+                result = kActs[what](u"file", u"made", m_handle);
+                QVFileClose(std::exchange(m_handle, QV_HANDLE_NONE));
             },
             [&](long, bool failed) {
-                EXPECT_EQ(result < 0, failed) << what;
-                EXPECT_TRUE(!failed || result == E_OUTOFMEMORY) << what;
+                EXPECT_TRUE(failed ? result == E_OUTOFMEMORY : result >= 0) << what;
                 EXPECT_EQ(LiveBlocks(), live);
-                EXPECT_EQ(CountDescriptors(), descriptors);
-                WriteUnheard();
-                if (what != kCopy) {
-                    unlink(m_folder.Bytes("made").c_str());
-                    EXPECT_EQ(m_folder.Count(), 1) << what;
-                }
+                EXPECT_EQ(CountDescriptors(), m_descriptors);
+                // To a pipe that nobody reads, under the number that a file had before.
+                int ends[2];
+                ASSERT_EQ(pipe(ends), 0);
+                ASSERT_EQ(dup2(ends[1], ends[0]), ends[0]);
+                EXPECT_EQ(Write(ends[0], "x"), E_FAIL) << "and no signal";
+                close(ends[0]);
+                close(ends[1]);
+                EXPECT_TRUE(unlink("made") != 0 || !failed || what == kCopy) << what;
+                EXPECT_EQ(m_folder.Count(), 1);
             });
-        unlink(m_folder.Bytes("made").c_str());
     }
 }
 
 TEST_F(FileFaults, TenThousandCyclesLeaveNothing)
 {
-    for (int what = 0; what < kKinds; ++what) {
-        Do(what);
-    }
-    const std::ptrdiff_t descriptors = CountDescriptors();
-    const long live = LiveBlocks();
+    long live = 0;
     for (int round = 0; round < 10000; ++round) {
-        EXPECT_GE(Do(round % kKinds), 0);
+        EXPECT_GE(Do(round % kAll), 0);
+        live = round == kAll ? LiveBlocks() : live;
     }
-    EXPECT_EQ(CountDescriptors(), descriptors);
     EXPECT_EQ(LiveBlocks(), live);
 }
 
@@ -277,15 +242,14 @@ TEST_F(FileFaults, WithoutADescriptorLeftNothingIsMade)
     Child child([&] {
         const rlimit limit = {16, 16};
         setrlimit(RLIMIT_NOFILE, &limit);
-        const std::string made = m_folder.Bytes("made");
         while (dup(0) >= 0) {
         }
-        for (int what = 0; what < kKinds; ++what) {
-            if (Do(what) >= 0 || access(made.c_str(), F_OK) == 0) {
+        for (const Act act : kActs) {
+            if (act(u"file", u"made", m_handle) >= 0 || Exists("made")) {
                 return false;
             }
         }
-        return close(15) == 0 && Do(0) == S_OK && Do(4) == S_OK;
+        return close(15) == 0 && QVFileOpen(u"file", kBoth, 0, &m_handle) == S_OK;
     });
     EXPECT_TRUE(child.Succeeded());
 }
@@ -293,39 +257,34 @@ TEST_F(FileFaults, WithoutADescriptorLeftNothingIsMade)
 TEST_F(FileFaults, OutsideTheFamilyThereAreNoSizesAndOneKindOfLock)
 {
     qv::core::s_isNT = 0;
-    QVHandle a = QV_HANDLE_NONE, b = QV_HANDLE_NONE;
+    QVHandle other = QV_HANDLE_NONE;
     uint64_t size = 7;
-    QVFileOpen(m_file.c_str(), kBoth, 0, &a);
-    QVFileOpen(m_file.c_str(), kBoth, 0, &b);
-    EXPECT_EQ(QVFileGetSize(a, &size), E_NOTIMPL);
-    EXPECT_EQ(QVFileLock(a, 0, 1, QV_LOCK_SHARED), S_OK);
-    EXPECT_EQ(QVFileLock(b, 0, 1, QV_LOCK_SHARED | QV_LOCK_WAIT), E_FAIL);
-    EXPECT_EQ(QVFileUnlock(a, 0, 1), S_OK);
-    QVFileClose(a);
-    QVFileClose(b);
+    QVFileOpen(u"file", kBoth, 0, &m_handle);
+    QVFileOpen(u"file", kBoth, 0, &other);
+    EXPECT_EQ(QVFileGetSize(m_handle, &size), E_NOTIMPL);
+    EXPECT_EQ(QVFileLock(m_handle, 0, 1, QV_LOCK_SHARED), S_OK);
+    EXPECT_EQ(QVFileLock(other, 0, 1, QV_LOCK_SHARED | QV_LOCK_WAIT), E_FAIL);
+    EXPECT_EQ(QVFileUnlock(m_handle, 0, 1), S_OK);
+    QVFileClose(m_handle);
+    QVFileClose(other);
     qv::core::s_isNT = 1;
 }
 
 TEST_F(FileFaults, AFullDiskEndsACopyInGoodOrder)
 {
     Child child([&] {
-        const std::string disk = m_folder.Bytes("disk");
         const bool isMade =
-            mkdir(disk.c_str(), 0755) == 0 &&
+            mkdir("disk", 0755) == 0 &&
             (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-            mount("none", disk.c_str(), "tmpfs", 0, "size=16k") == 0;
+            mount("none", "disk", "tmpfs", 0, "size=16k") == 0;
         if (!isMade) {
             _exit(2);
         }
-        QVHandle handle = QV_HANDLE_NONE;
-        const std::ptrdiff_t descriptors = CountDescriptors();
-        const QVRESULT copied = QVFileCopy(m_file.c_str(), m_folder.Text(u"disk/copy").c_str(),
-                                           QV_FILE_CREATE, 0644, &handle);
-        QVFileOpen(m_folder.Text(u"disk/copy").c_str(), kBoth | QV_FILE_APPEND, 0, &handle);
-        uint32_t written = 7;
-        return copied == E_FAIL && QVFileWrite(handle, "x", 1, &written) == E_FAIL &&
-               written == 0 && QVFileClose(handle) == S_OK && CountDescriptors() == descriptors;
+        return QVFileCopy(u"file", u"disk/copy", QV_FILE_CREATE, 0644, &m_handle) == E_FAIL &&
+               m_handle == QV_HANDLE_NONE && CountDescriptors() == m_descriptors &&
+               QVFileOpen(u"disk/copy", QV_FILE_WRITE | QV_FILE_APPEND, 0, &m_handle) == S_OK &&
+               Write(m_handle, "x") == E_FAIL && QVFileClose(m_handle) == S_OK;
     });
     const int status = child.Status();
     if (status == 2) {
@@ -337,31 +296,28 @@ TEST_F(FileFaults, AFullDiskEndsACopyInGoodOrder)
 TEST_F(FileFaults, ALockDuringACloseVanishesToo)
 {
     static QVHandle closed;
-    QVHandle other = QV_HANDLE_NONE;
-    QVFileOpen(m_file.c_str(), kBoth, 0, &other);
+    QVFileOpen(u"file", kBoth, 0, &m_handle);
     for (const uint32_t flags : {kBoth, QV_FILE_READ}) {
-        QVFileOpen(m_file.c_str(), flags, 0, &closed);
+        QVFileOpen(u"file", flags, 0, &closed);
         g_beforeClose = [] { EXPECT_EQ(QVFileLock(closed, 0, 1, 0), S_OK); };
         EXPECT_EQ(QVFileClose(closed), S_OK);
-        EXPECT_EQ(QVFileLock(other, 0, 1, 0), S_OK);
-        QVFileUnlock(other, 0, 1);
+        EXPECT_EQ(QVFileLock(m_handle, 0, 1, 0), S_OK);
+        QVFileUnlock(m_handle, 0, 1);
     }
-    QVFileClose(other);
+    QVFileClose(m_handle);
 }
 
 // As the anonymous user, whom rights bind.
 TEST_F(FileFaults, AFolderThatMayNotBeWrittenRefuses)
 {
-    chmod(m_folder.Bytes().c_str(), 0555);
+    chmod(".", 0555);
     Child child([&] {
-        if (getuid() == 0 && setuid(65534) != 0) {
-            return false;
-        }
-        return Do(0) == S_OK && Do(1) == E_ACCESSDENIED && Do(4) < 0 &&
-               QVFileDelete(m_folder.Text(u"file").c_str()) == E_ACCESSDENIED;
+        return (getuid() != 0 || setuid(65534) == 0) && Do(kScan) == S_OK &&
+               Do(1) == E_ACCESSDENIED && Do(kTemporary) < 0 &&
+               QVFileDelete(u"file") == E_ACCESSDENIED && QVDirCreate(u"made", 0) == E_ACCESSDENIED;
     });
     EXPECT_TRUE(child.Succeeded());
-    chmod(m_folder.Bytes().c_str(), 0755);
+    chmod(".", 0755);
 }
 
 } // namespace
