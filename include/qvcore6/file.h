@@ -4,8 +4,8 @@
  * A file is a QVHandle, a file descriptor of the process. Any descriptor will do, a caller's own as
  * well; what this header opens is closed by QVFileClose. Paths are wide text in which / and \ both
  * separate. A file name that is not UTF-8 has units from 0xDC80 to 0xDCFF for its stray bytes, and
- * 0xDC5C for a \ of its own, as QVDirRead gives them, and is opened by that text; a path that spells
- * another name's bytes in this way is refused, so that each file has one name.
+ * 0xDC5C for a \ of its own, as QVDirRead gives them, and is opened by that text; a path that
+ * spells another name's bytes in this way is refused, so that each file has one name.
  *
  *     QVHandle log;
  *     uint32_t written;

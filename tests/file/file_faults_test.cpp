@@ -6,7 +6,6 @@
 #include <sys/mount.h>
 #include <sys/random.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -48,6 +47,7 @@ extern "C"
     decltype(ftruncate) __real_ftruncate;
     decltype(readlink) __real_readlink;
     decltype(getrandom) __real_getrandom;
+    decltype(close) __real_close;
     int __real_fcntl(int file, int command, ...);
     long __real_syscall(long number, ...);
 
@@ -93,13 +93,15 @@ extern "C"
             argument = va_arg(arguments, long);
         }
         va_end(arguments);
-        if (number == SYS_close && g_beforeClose != nullptr) {
+        return Fails(true) ? -1 : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+    }
+    int __wrap_close(int file)
+    {
+        if (g_beforeClose != nullptr) {
             std::exchange(g_beforeClose, nullptr)();
         }
-        // A descriptor is gone also when its close fails.
-        const bool fails = number != SYS_close && Fails(true);
-        const long result = fails ? -1 : __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
-        return number == SYS_close && Fails(true) ? -1 : result;
+        const int result = __real_close(file); // the descriptor is gone also when that fails
+        return Fails(true) ? -1 : result;
     }
 }
 
