@@ -118,9 +118,6 @@ constexpr Act kActs[] = {
     [](auto*, auto* made, auto& handle) {
         return QVFileOpen(made, kBoth | QV_FILE_CREATE, 0644, &handle);
     },
-    [](auto* file, auto*, auto& handle) {
-        return QVFileOpen(file, QV_FILE_READ | QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
-    },
     [](auto*, auto* made, auto& handle) { return QVFileOpen(made, QV_FILE_CREATE, 0644, &handle); },
     [](auto*, auto*, auto& handle) {
         return QVFileOpen(nullptr, kBoth | QV_FILE_TEMPORARY, 0, &handle);
@@ -141,10 +138,14 @@ constexpr Act kActs[] = {
     [](auto* file, auto* made, auto& handle) {
         return QVFileCopy(file, made, QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
     },
+    // At the end: there is nothing to copy any more.
+    [](auto* file, auto*, auto& handle) {
+        return QVFileOpen(file, QV_FILE_READ | QV_FILE_CREATE | QV_FILE_TRUNCATE, 0644, &handle);
+    },
 };
-constexpr int kTemporary = 4;
-constexpr int kScan = 6;
-constexpr int kCopy = 7; // leaves what it has written
+constexpr int kTemporary = 3;
+constexpr int kScan = 5;
+constexpr int kCopy = 6; // leaves what it has written
 constexpr int kAll = 8;
 
 class FileFaults : public File
@@ -193,9 +194,11 @@ TEST_F(FileFaults, EachSystemCallMayFail)
                 g_errno = error;
                 g_failAt = n;
                 const QVRESULT result = Do(what);
-                EXPECT_TRUE(result >= 0 || result == expected ||
-                            (what == kCopy && result == E_FAIL) ||
-                            (what == kTemporary && result == QV_E_FILE_NOT_FOUND));
+                const QVRESULT instead = error == EINTR       ? S_OK
+                                         : what == kCopy      ? E_FAIL
+                                         : what == kTemporary ? QV_E_FILE_NOT_FOUND
+                                                              : expected;
+                EXPECT_TRUE(result >= 0 || result == expected || result == instead) << result;
             }
         }
     }
@@ -241,17 +244,18 @@ TEST_F(FileFaults, TenThousandCyclesLeaveNothing)
 
 TEST_F(FileFaults, WithoutADescriptorLeftNothingIsMade)
 {
-    Child child([&] {
+    Child child([] {
+        QVHandle handle = QV_HANDLE_NONE;
         const rlimit limit = {16, 16};
         setrlimit(RLIMIT_NOFILE, &limit);
         while (dup(0) >= 0) {
         }
         for (const Act act : kActs) {
-            if (act(u"file", u"made", m_handle) >= 0 || Exists("made")) {
+            if (act(u"file", u"made", handle) >= 0 || access("made", F_OK) == 0) {
                 return false;
             }
         }
-        return close(15) == 0 && QVFileOpen(u"file", kBoth, 0, &m_handle) == S_OK;
+        return close(15) == 0 && QVFileOpen(u"file", kBoth, 0, &handle) == S_OK;
     });
     EXPECT_TRUE(child.Succeeded());
 }
