@@ -9,8 +9,9 @@
  *
  *     QVHandle log;
  *     uint32_t written;
- *     if (QVFileOpen(u"service.log", QV_FILE_WRITE | QV_FILE_CREATE | QV_FILE_APPEND, 0644, &log) <
- * 0) { return;
+ *     uint32_t flags = QV_FILE_WRITE | QV_FILE_CREATE | QV_FILE_APPEND;
+ *     if (QVFileOpen(u"service.log", flags, 0644, &log) < 0) {
+ *         return;
  *     }
  *     QVFileWrite(log, "started\n", 8, &written);
  *     QVFileClose(log);
