@@ -95,6 +95,25 @@ DWORD TakeExitCode(Descriptor process, DWORD* code)
     return ERROR_SUCCESS;
 }
 
+DWORD AwaitEnd(Descriptor process)
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    siginfo_t info = {};
+    int result;
+    do {
+        result = waitid(P_PIDFD, static_cast<id_t>(process), &info, WEXITED | WNOWAIT | kAnyChild);
+    } while (result != 0 && errno == EINTR);
+    if (result == 0) {
+        return ERROR_SUCCESS;
+    }
+    if (SaysNoProcess(errno)) {
+        return ERROR_INVALID_HANDLE;
+    }
+    // No child.
+    return PollOnce(process, POLLIN, -1) != 0 ? ERROR_SUCCESS : ErrorFromErrno(errno);
+}
+
 bool IsProcess(Descriptor descriptor)
 {
     const KeepErrno keep;

@@ -18,6 +18,10 @@ inline constexpr DWORD kUnknownExitCode = 0xFFFFFFFF;
 // The code is the status, 0 to 255, or 128 plus the number of the signal that ended the process.
 DWORD TakeExitCode(Descriptor process, DWORD* code);
 
+// Waits, without a limit, until the code can be taken: later than the handle tells the end, if a
+// debugger is to hear of it first. 0, or an error number: 6 for what is no process.
+DWORD AwaitEnd(Descriptor process);
+
 // Whether the descriptor is the handle of a process.
 bool IsProcess(Descriptor descriptor);
 

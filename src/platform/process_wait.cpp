@@ -54,12 +54,7 @@ DWORD WaitForSingleObject(const HeldProcess& process)
     if (process.Number() == kOwnProcess) {
         return FailWait(ERROR_POSSIBLE_DEADLOCK);
     }
-    // Something else may never be ready.
-    if (!process.IsKnown() && !IsProcess(process.Number())) {
-        return FailWait(ERROR_INVALID_HANDLE);
-    }
-    pollfd entry = {process.Number(), POLLIN, 0};
-    const DWORD error = PollForEver(&entry, 1);
+    const DWORD error = AwaitEnd(process.Number());
     return error == ERROR_SUCCESS ? WAIT_OBJECT_0 : FailWait(error);
 }
 
@@ -85,6 +80,7 @@ DWORD WaitForMultipleObjects(DWORD count, const HeldProcess* processes)
         }
         for (DWORD i = 0; i < count; ++i) {
             if (entries[i].revents != 0 && processes[i].State() == ERROR_SUCCESS) {
+                AwaitEnd(processes[i].Number()); // what is none shows when its code is asked for
                 return WAIT_OBJECT_0 + i;
             }
         }

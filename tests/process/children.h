@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cerrno>
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -52,6 +53,18 @@ struct Sleeper
     Streams streams = kPipes;
     QVHandle process = QV_HANDLE_NONE;
 };
+
+inline pid_t IdOf(QVHandle process)
+{
+    std::ifstream info("/proc/self/fdinfo/" + std::to_string(process));
+    pid_t id = 0;
+    for (std::string word; info >> word;) {
+        if (word == "Pid:") {
+            info >> id;
+        }
+    }
+    return id;
+}
 
 inline std::string ReadAll(QVHandle stream)
 {

@@ -374,13 +374,7 @@ TEST(Process, NamesAreTheFileNamesOfPrograms)
         ASSERT_EQ(QVProcessCreate(program.c_str(), u"copy", nullptr, nullptr, 0, streams.data(),
                                   &process),
                   S_OK);
-        std::ifstream info("/proc/self/fdinfo/" + std::to_string(process));
-        uint32_t id = 0;
-        for (std::string word; info >> word;) {
-            if (word == "Pid:") {
-                info >> id;
-            }
-        }
+        const auto id = static_cast<uint32_t>(IdOf(process));
         if (std::string(file) == "gone") {
             fs::remove(file);
         }

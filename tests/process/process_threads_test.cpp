@@ -1,6 +1,8 @@
 // Child processes beside other threads, other children, forks, and without descriptors.
 #include "process/children.h"
 
+#include <poll.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
@@ -239,6 +241,39 @@ TEST(ProcessThreads, TheHostsChildrenAreItsOwn)
     const auto parent = static_cast<QVHandle>(syscall(SYS_pidfd_open, getppid(), 0));
     EXPECT_EQ(QVProcessGetExitCode(parent, &code), E_FAIL) << "it runs";
     EXPECT_EQ(QVProcessDetach(parent), S_OK);
+    EXPECT_TRUE(Becomes(LooksAndFindsNoChildren));
+}
+
+// Until the debugger has heard of it, the system hides the end that it shows by the handle.
+TEST(ProcessThreads, ADebuggerOfTheChildHearsOfItsEndFirst)
+{
+    for (const bool any : {false, true}) {
+        Sleeper sleeper;
+        char byte = 0;
+        EXPECT_TRUE(write(sleeper.streams[0], "x", 1) == 1 && read(sleeper.streams[1], &byte, 1));
+        auto& isTraced = MakeShared<std::atomic<bool>>();
+        auto& isHidden = MakeShared<std::atomic<bool>>();
+        Child debugger([&, id = IdOf(sleeper.process)] {
+            closefrom(3); // also of the pipe that the child reads
+            const bool seized = ptrace(PTRACE_SEIZE, id, 0, 0) == 0;
+            isTraced = true;
+            Becomes([&] { return isHidden.load(); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            return seized;
+        });
+        ASSERT_TRUE(Becomes([&] { return isTraced.load(); }));
+        sleeper.Wake();
+        pollfd entry = {sleeper.process, POLLIN, 0};
+        EXPECT_EQ(poll(&entry, 1, 10'000), 1);
+        uint32_t code = 7;
+        EXPECT_EQ(QVProcessGetExitCode(sleeper.process, &code), E_FAIL);
+        isHidden = true;
+        QVHandle joined;
+        EXPECT_EQ(any ? QVProcessJoinChild(&joined, &code) : QVProcessJoin(sleeper.process, &code),
+                  S_OK);
+        EXPECT_EQ(code, 0u);
+        EXPECT_TRUE(debugger.Succeeded());
+    }
     EXPECT_TRUE(HasNoChildren());
 }
 
