@@ -47,6 +47,8 @@ BOOL CreatePipe(Descriptor* readEnd, Descriptor* writeEnd,
     if (size != 0) {
         fcntl(ends[1], F_SETPIPE_SZ, static_cast<int>(std::min<DWORD>(size, INT_MAX)));
     }
+    BeginDescriptor(ends[0]);
+    BeginDescriptor(ends[1]);
     *readEnd = ends[0];
     *writeEnd = ends[1];
     return kTrue;

@@ -1,6 +1,8 @@
 // Child processes through the exported functions.
 #include "process/children.h"
 
+#include <qvcore6/file.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -180,6 +182,23 @@ TEST(Process, StreamsArePipesOrTheCallersHandles)
     uint32_t code = 7;
     EXPECT_EQ(QVProcessJoin(process, &code), S_OK);
     EXPECT_EQ(code, 0u);
+
+    const Folder folder;
+    // Numbers that the host has freed by itself, of files that can be written to without a signal.
+    QVHandle files[2];
+    for (QVHandle& file : files) {
+        EXPECT_EQ(QVFileOpen(u"plain", QV_FILE_WRITE | QV_FILE_CREATE, 0600, &file), S_OK);
+    }
+    std::for_each(std::begin(files), std::end(files), close);
+    streams = kPipes;
+    ASSERT_EQ(Start("exit 0", &streams, &process), S_OK);
+    EXPECT_EQ(streams[0], files[1]);
+    EXPECT_EQ(QVProcessJoin(process, nullptr), S_OK);
+    uint32_t written;
+    EXPECT_EQ(QVFileWrite(streams[0], "nobody reads", 12, &written), E_FAIL) << "and no SIGPIPE";
+    for (const QVHandle stream : streams) {
+        EXPECT_EQ(QVFileClose(stream), S_OK);
+    }
 
     streams = {QV_HANDLE_NONE, 1 << 20, QV_HANDLE_NONE};
     const Streams before = streams;
