@@ -30,6 +30,12 @@ void ProcessRecord::Set(Descriptor process, DWORD id, bool isChild)
     m_generation = g_generation;
 }
 
+bool ProcessRecord::IsInPlace() const
+{
+    const RecordHold<DescriptorRecord> found = FindRecord(m_process);
+    return !m_isClosed && found && &*found == this && IsProcess(m_process);
+}
+
 DWORD ProcessRecord::BeginUse()
 {
     if (m_isGivenUp) {
@@ -46,8 +52,10 @@ DWORD ProcessRecord::BeginUse()
 void ProcessRecord::EndUse()
 {
     if (--m_uses == 0 && m_isGivenUp) {
+        if (IsInPlace()) {
+            CloseDescriptor(m_process);
+        }
         m_isClosed = true;
-        CloseDescriptor(m_process);
         TakeRecord(m_process, *this);
     }
 }
@@ -80,18 +88,19 @@ DWORD ProcessRecord::GiveUp()
     return ERROR_SUCCESS;
 }
 
-// The record has just been taken out of the table. It goes back there to mark the number until that
-// is free.
 DWORD ProcessRecord::Close(Descriptor descriptor)
 {
-    {
-        const SectionHold locked(&g_processesLock);
-        if (m_isClosed) {
-            return CloseDescriptor(descriptor);
-        }
-        PutRecord(descriptor, RecordHold<DescriptorRecord>(this));
+    const SectionHold locked(&g_processesLock);
+    if (!IsInPlace()) {
+        TakeRecord(descriptor, *this);
+        return CloseDescriptor(descriptor);
     }
-    return HeldProcess(descriptor).GiveUp();
+    if (const DWORD error = BeginUse()) {
+        return error;
+    }
+    const DWORD error = GiveUp();
+    EndUse();
+    return error;
 }
 
 HeldProcess::HeldProcess(Descriptor process)
@@ -134,7 +143,7 @@ bool HeldProcess::IsChild() const
         return false;
     }
     const SectionHold locked(&g_processesLock);
-    return m_record->m_isChild;
+    return m_record->m_isChild && m_record->IsInPlace();
 }
 
 DWORD HeldProcess::TakeCode(DWORD* code)

@@ -26,6 +26,7 @@ public:
     void Set(Descriptor process, DWORD id, bool isChild);
     DWORD Id() const { return m_id; }
     DWORD Close(Descriptor descriptor) override;
+    bool IsTakenByClose() const override { return true; }
 
 private:
     friend class HeldProcess;
@@ -34,6 +35,8 @@ private:
     ~ProcessRecord() override = default;
 
     // All of these with the lock held.
+    // False once the number is another descriptor's, or nobody's, also by a close of the host's.
+    bool IsInPlace() const;
     DWORD BeginUse();
     void EndUse();
     DWORD TakeCode(DWORD* code);
@@ -66,7 +69,7 @@ public:
     Descriptor Number() const { return m_process; }
     // Made here, not elsewhere.
     bool IsKnown() const { return bool(m_record); }
-    // Started by this process.
+    // Started by this process, and the handle has not been closed by other means.
     bool IsChild() const;
     DWORD Id() const { return IsKnown() ? m_record->Id() : 0; }
     // 0; 6 if the handle is not open or is given up.

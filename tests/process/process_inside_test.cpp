@@ -244,6 +244,7 @@ TEST(ProcessInside, WaitsThatTheSystemRefusesKeepTheHandle)
         {false, Call::Wait, EINTR, S_OK},          {false, Call::Wait, EBADF, E_HANDLE},
         {false, Call::Wait, EINVAL, E_HANDLE},     {true, Call::Poll, EINTR, S_OK},
         {true, Call::Poll, ENOMEM, E_OUTOFMEMORY}, {true, Call::Poll, EINVAL, E_FAIL},
+        {true, Call::Wait, EBADF, E_FAIL}, // what is no process is dropped from the children
     };
     for (const auto& row : rows) {
         QVHandle process;

@@ -187,7 +187,7 @@ TEST(Process, StreamsArePipesOrTheCallersHandles)
     // Numbers that the host has freed by itself, of files that can be written to without a signal.
     QVHandle files[2];
     for (QVHandle& file : files) {
-        EXPECT_EQ(QVFileOpen(u"plain", QV_FILE_WRITE | QV_FILE_CREATE, 0600, &file), S_OK);
+        EXPECT_GE(QVFileOpen(u"plain", QV_FILE_WRITE | QV_FILE_CREATE, 0600, &file), 0);
     }
     std::for_each(std::begin(files), std::end(files), close);
     streams = kPipes;
@@ -320,6 +320,16 @@ TEST(Process, OnlyHandlesOfProcessesAreTaken)
     EXPECT_EQ(QVProcessJoin(QVProcessGetHandle(), &code), E_FAIL);
     EXPECT_EQ(QVProcessGetExitCode(QVProcessGetHandle(), &code), E_FAIL);
     EXPECT_EQ(QVProcessDetach(QVProcessGetHandle()), S_OK);
+    // The number of a child, which the host closes by itself, comes again.
+    QVHandle number;
+    ASSERT_EQ(Start("exit 0", nullptr, &number), S_OK);
+    ASSERT_EQ(dup3(ends[0], number, O_CLOEXEC), number);
+    QVHandle child;
+    EXPECT_EQ(QVProcessJoin(number, &code), E_HANDLE);
+    EXPECT_EQ(QVProcessDetach(number), E_HANDLE);
+    EXPECT_EQ(QVProcessJoinChild(&child, &code), E_FAIL) << "there are none";
+    EXPECT_EQ(QVFileClose(number), S_OK);
+    EXPECT_GT(waitpid(-1, nullptr, 0), 0);
     EXPECT_EQ(CountDescriptors(), descriptors);
     close(ends[0]);
     close(ends[1]);
