@@ -1,7 +1,9 @@
 #include "process/environment_block.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <string_view>
+#include <vector>
 
 #include "platform/collation.h"
 

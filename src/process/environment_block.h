@@ -3,9 +3,7 @@
 
 #include <qvcore6/base.h>
 
-#include <cstddef>
 #include <memory>
-#include <vector>
 
 namespace qv::core
 {

@@ -17,15 +17,13 @@ class CQVProcessManager::Scratch
 {
 public:
     explicit Scratch(CQVProcessManager& manager) : m_manager(manager) {}
-    ~Scratch() { Clear(); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    void Clear()
+    ~Scratch()
     {
         std::for_each_n(m_manager.m_waitHandles.get(), m_manager.m_waitCapacity,
                         [](HeldProcess& process) { HeldProcess(std::move(process)); });
     }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
 
 private:
     CQVProcessManager& m_manager;
