@@ -1,11 +1,10 @@
-// Starting the test program, and what can be seen of children.
+// Starting programs of the system, and what can be seen of children.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <qvcore6/process.h>
 #include <qvcore6/result.h>
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +12,6 @@
 #include <cerrno>
 #include <fstream>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,25 +23,33 @@ namespace qv::test
 using Streams = std::array<QVHandle, 3>;
 inline constexpr Streams kPipes = {QV_HANDLE_NONE, QV_HANDLE_NONE, QV_HANDLE_NONE};
 
-inline std::u16string Wide(std::string_view ascii)
+inline QVRESULT Start(const QVWChar* program, const QVWChar* arguments, Streams* streams,
+                      QVHandle* process)
 {
-    return {ascii.begin(), ascii.end()};
-}
-
-inline QVRESULT Start(const std::string& arguments, Streams* streams, QVHandle* process,
-                      const std::string& program = QV_TEST_CHILD)
-{
-    return QVProcessCreate(Wide(program).c_str(), Wide(arguments).c_str(), nullptr, nullptr, 0,
+    return QVProcessCreate(program, arguments, nullptr, nullptr, 0,
                            streams != nullptr ? streams->data() : nullptr, process);
 }
 
-// A child that runs until its input ends.
-struct Sleeper
+inline QVHandle StartShell(const std::u16string& script)
 {
-    struct NotYet
-    {};
-    explicit Sleeper(NotYet /*started by the test*/) {}
-    Sleeper() { EXPECT_EQ(Start("copy", &streams, &process), S_OK); }
+    QVHandle process;
+    EXPECT_EQ(Start(u"/bin/sh", (u"-c \"" + script + u'"').c_str(), nullptr, &process), S_OK);
+    return process;
+}
+
+inline uint32_t Join(QVHandle process)
+{
+    uint32_t code;
+    EXPECT_EQ(QVProcessJoin(process, &code), S_OK);
+    return code;
+}
+
+// A child that writes what it reads, until its input ends.
+struct Copier
+{
+    explicit Copier(const QVWChar* program = u"/bin/cat")
+        : result(Start(program, u"-", &streams, &process))
+    {}
     void Wake()
     {
         for (QVHandle& stream : streams) {
@@ -52,7 +58,35 @@ struct Sleeper
     }
     Streams streams = kPipes;
     QVHandle process = QV_HANDLE_NONE;
+    QVRESULT result;
 };
+
+inline std::string ReadAll(QVHandle stream)
+{
+    std::string text;
+    char bytes[4096];
+    for (ssize_t size; (size = read(stream, bytes, sizeof bytes)) > 0;) {
+        text.append(bytes, static_cast<std::size_t>(size));
+    }
+    close(stream);
+    return text;
+}
+
+// What a program writes that is started without input.
+inline std::string OutputOf(const QVWChar* program, const QVWChar* arguments,
+                            const QVWChar* directory = nullptr,
+                            const QVWChar* const* environment = nullptr)
+{
+    Streams streams = {QV_HANDLE_NONE, QV_HANDLE_NONE, 2};
+    QVHandle process;
+    if (QVProcessCreate(program, arguments, directory, environment, 0, streams.data(), &process)) {
+        return "no process";
+    }
+    close(streams[0]);
+    const std::string text = ReadAll(streams[1]);
+    Join(process);
+    return text;
+}
 
 inline pid_t IdOf(QVHandle process)
 {
@@ -66,48 +100,13 @@ inline pid_t IdOf(QVHandle process)
     return id;
 }
 
-inline std::string ReadAll(QVHandle stream)
+// No child in the table, and none that the system knows. Looks after detached ones, as any call.
+inline bool NothingIsLeft()
 {
-    std::string text;
-    char bytes[4096];
-    for (ssize_t size; (size = read(stream, bytes, sizeof bytes)) > 0;) {
-        text.append(bytes, static_cast<std::size_t>(size));
-    }
-    return text;
-}
-
-// What a program writes that is started without input.
-inline std::string OutputOf(const QVWChar* program, const QVWChar* arguments,
-                            const QVWChar* directory = nullptr,
-                            const QVWChar* const* environment = nullptr)
-{
-    Streams streams = {QV_HANDLE_NONE, QV_HANDLE_NONE, 2};
     QVHandle process;
-    const QVRESULT result =
-        QVProcessCreate(program, arguments, directory, environment, 0, streams.data(), &process);
-    if (result < 0) {
-        return "no process: " + std::to_string(static_cast<std::uint32_t>(result));
-    }
-    close(streams[0]);
-    std::string text = ReadAll(streams[1]);
-    close(streams[1]);
-    EXPECT_EQ(QVProcessJoin(process, nullptr), S_OK);
-    return text;
-}
-
-inline std::vector<std::string> StringsIn(const std::string& text)
-{
-    std::vector<std::string> strings;
-    for (std::size_t at = 0; at < text.size(); at += strings.back().size() + 1) {
-        strings.emplace_back(text.c_str() + at);
-    }
-    return strings;
-}
-
-inline bool HasNoChildren()
-{
     siginfo_t info = {};
-    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
+    return QVProcessJoinChild(&process, nullptr) == E_FAIL &&
+           waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
 }
 
 } // namespace qv::test

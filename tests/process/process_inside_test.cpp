@@ -10,8 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <clocale>
-#include <csignal>
-#include <cstdarg>
+#include <filesystem>
 #include <thread>
 
 #include "platform/collation.h"
@@ -104,30 +103,36 @@ extern "C"
 namespace
 {
 
-// Starts a child in another folder, by a relative name and with pipes: all that can fail.
-QVRESULT StartAll(Streams& streams, QVHandle& process)
+// A start that does all that can fail: in another folder, by a relative name, with pipes.
+struct Request
 {
-    static const QVWChar* const environment[] = {u"b=1", u"a=1", nullptr};
-    return QVProcessCreate(u"./process_child", u"copy", u"/", environment, 0, streams.data(),
-                           &process);
-}
-
-// The wait for a child that has ended, and what it leaves.
-void End(Streams& streams, QVHandle process)
-{
-    for (const QVHandle stream : streams) {
-        close(stream);
+    void Run()
+    {
+        static const QVWChar* const environment[] = {u"b=1", u"a=1", nullptr};
+        streams = kPipes;
+        process = 0;
+        result =
+            QVProcessCreate(u"bin/cat", nullptr, u"/tmp", environment, 0, streams.data(), &process);
     }
-    uint32_t code = 1;
-    EXPECT_EQ(QVProcessJoin(process, &code), S_OK);
-    EXPECT_EQ(code, 0u);
-}
-
-bool TableIsEmpty()
-{
+    // Ends the child if there is one; else nothing has changed.
+    void Check(QVRESULT refusal)
+    {
+        if (result == S_OK) {
+            std::for_each(streams.begin(), streams.end(), close);
+            EXPECT_EQ(Join(process), 0u);
+            return;
+        }
+        EXPECT_EQ(result, refusal);
+        EXPECT_EQ(process, QV_HANDLE_NONE);
+        EXPECT_EQ(streams, kPipes);
+        EXPECT_EQ(CountDescriptors(), descriptors);
+        EXPECT_TRUE(NothingIsLeft());
+    }
+    std::ptrdiff_t descriptors = CountDescriptors();
+    Streams streams;
     QVHandle process;
-    return QVProcessJoinChild(&process, nullptr) == E_FAIL && HasNoChildren();
-}
+    QVRESULT result;
+};
 
 TEST(ProcessInside, AStartThatFailsLeavesNothing)
 {
@@ -154,27 +159,18 @@ TEST(ProcessInside, AStartThatFailsLeavesNothing)
         {Call::Clone, EMFILE, E_FAIL, 1},
         {Call::Clone, EPERM, E_ACCESSDENIED, 1},
     };
-    const auto descriptors = CountDescriptors();
+    std::filesystem::current_path("/");
+    Request request;
     for (const auto& row : rows) {
-        for (int number = 1;; ++number) {
-            Streams streams = kPipes;
-            QVHandle process = 0;
+        for (int number = 1; number <= row.times + 1; ++number) {
             t_fault = {row.call, row.error, number};
             errno = 1234;
-            const QVRESULT result = StartAll(streams, process);
-            const bool happened = std::exchange(t_fault, {}).number <= 0;
+            request.Run();
             EXPECT_EQ(errno, 1234);
-            if (!happened) {
-                EXPECT_EQ(result, S_OK);
-                EXPECT_EQ(number, row.times + 1);
-                End(streams, process);
-                break;
-            }
-            EXPECT_EQ(result, row.result) << number << ". call, " << strerror(row.error);
-            EXPECT_EQ(process, QV_HANDLE_NONE);
-            EXPECT_EQ(streams, kPipes);
-            EXPECT_EQ(CountDescriptors(), descriptors);
-            EXPECT_TRUE(TableIsEmpty());
+            t_fault = {};
+            EXPECT_EQ(request.result, number <= row.times ? row.result : S_OK)
+                << number << ". call, " << strerror(row.error);
+            request.Check(row.result);
         }
     }
 }
@@ -182,54 +178,39 @@ TEST(ProcessInside, AStartThatFailsLeavesNothing)
 // With numbers of descriptors that have no place in the table yet.
 TEST(ProcessInside, AStartWithoutMemoryRunsNothing)
 {
+    std::filesystem::current_path("/");
     std::vector<int> files;
     while (files.empty() || files.back() < 300) {
         files.push_back(dup(STDERR_FILENO));
     }
-    const auto descriptors = CountDescriptors();
-    Streams streams = kPipes;
-    QVHandle process = 0;
-    QVRESULT result = S_OK;
+    Request request;
     long refusals = 0;
-    SweepAllocations(
-        [&] {
-            streams = kPipes;
-            result = StartAll(streams, process);
-        },
-        [&](long n, bool failed) {
-            if (!failed || result == S_OK) { // sorting does without
-                End(streams, process);
-                return;
-            }
-            ++refusals;
-            EXPECT_EQ(result, E_OUTOFMEMORY) << n;
-            EXPECT_EQ(process, QV_HANDLE_NONE);
-            EXPECT_EQ(streams, kPipes);
-            EXPECT_EQ(CountDescriptors(), descriptors);
-            EXPECT_TRUE(HasNoChildren()) << n;
-        });
+    SweepAllocations([&] { request.Run(); }, [&](long, bool) { // sorting does without
+        refusals += request.result != S_OK ? 1 : 0;
+        request.Check(E_OUTOFMEMORY);
+    });
     EXPECT_GT(refusals, 5);
     std::for_each(files.begin(), files.end(), close);
 }
 
 TEST(ProcessInside, AJoinForAnyWithoutMemoryCanBeRepeated)
 {
-    std::vector<Sleeper> sleepers(20);
+    std::vector<Copier> copiers(20);
     QVHandle process = 0;
     QVRESULT result = S_OK;
-    sleepers[9].Wake();
+    copiers[9].Wake();
     EXPECT_EQ(SweepAllocations([&] { result = QVProcessJoinChild(&process, nullptr); },
                                [&](long, bool failed) {
                                    EXPECT_EQ(result, failed ? E_OUTOFMEMORY : S_OK);
-                                   EXPECT_EQ(process,
-                                             failed ? QV_HANDLE_NONE : sleepers[9].process);
+                                   EXPECT_EQ(process, failed ? QV_HANDLE_NONE : copiers[9].process);
                                }),
               1);
-    sleepers.erase(sleepers.begin() + 9);
-    for (Sleeper& sleeper : sleepers) {
-        End(sleeper.streams, sleeper.process);
+    copiers.erase(copiers.begin() + 9);
+    for (Copier& copier : copiers) {
+        copier.Wake();
+        EXPECT_EQ(Join(copier.process), 0u);
     }
-    EXPECT_TRUE(TableIsEmpty());
+    EXPECT_TRUE(NothingIsLeft());
 }
 
 TEST(ProcessInside, WaitsThatTheSystemRefusesKeepTheHandle)
@@ -247,49 +228,40 @@ TEST(ProcessInside, WaitsThatTheSystemRefusesKeepTheHandle)
         {true, Call::Wait, EBADF, E_FAIL}, // what is no process is dropped from the children
     };
     for (const auto& row : rows) {
+        const QVHandle started = StartShell(u"exit 7");
         QVHandle process;
         uint32_t code = 0;
-        ASSERT_EQ(Start("exit 7", nullptr, &process), S_OK);
-        const QVHandle started = process;
         t_fault = {row.call, row.error, 1};
-        const QVRESULT result =
-            row.isForAny ? QVProcessJoinChild(&process, &code) : QVProcessJoin(process, &code);
+        EXPECT_EQ(row.isForAny ? QVProcessJoinChild(&process, &code)
+                               : QVProcessJoin(started, &code),
+                  row.result);
         t_fault = {};
-        EXPECT_EQ(result, row.result);
-        if (result != S_OK) {
-            EXPECT_EQ(code, 0xFFFFFFFF);
-            EXPECT_EQ(QVProcessJoin(started, &code), S_OK);
-        }
-        EXPECT_EQ(code, 7u);
+        EXPECT_EQ(code, row.result == S_OK ? 7 : 0xFFFFFFFF);
+        EXPECT_EQ(row.result == S_OK ? code : Join(started), 7u);
     }
-    EXPECT_TRUE(TableIsEmpty());
+    EXPECT_TRUE(NothingIsLeft());
 }
 
 // The host has taken the child, and an older kernel does not tell how it ended.
 TEST(ProcessInside, AnUnknownExitCodeIsNoFailure)
 {
-    for (const int error : {ENOTTY, EINVAL, ESRCH}) {
-        QVHandle process;
-        uint32_t code = 0;
-        ASSERT_EQ(Start("exit 7", nullptr, &process), S_OK);
-        ASSERT_GT(waitpid(-1, nullptr, 0), 0);
-        t_fault = {Call::Info, error, 1};
-        EXPECT_EQ(QVProcessJoin(process, &code), S_OK);
-        t_fault = {};
-        EXPECT_EQ(code, 0xFFFFFFFFu);
-        EXPECT_EQ(fcntl(process, F_GETFD), -1);
-    }
-    Sleeper runs;
+    const QVHandle ended = StartShell(u"exit 7");
+    ASSERT_GT(waitpid(-1, nullptr, 0), 0);
+    t_fault = {Call::Info, ENOTTY, 1};
+    EXPECT_EQ(Join(ended), 0xFFFFFFFFu);
+    EXPECT_EQ(fcntl(ended, F_GETFD), -1);
+
+    Copier runs;
     uint32_t code = 0;
     t_fault = {Call::Wait, ECHILD, 1};
     EXPECT_EQ(QVProcessGetExitCode(runs.process, &code), E_FAIL) << "no child, but it runs";
-    t_fault = {};
-    End(runs.streams, runs.process);
+    runs.Wake();
+    EXPECT_EQ(Join(runs.process), 0u);
 
     t_fault = {Call::Wait, EINTR, 1};
-    EXPECT_EQ(Start("x", nullptr, &runs.process, "/missing"), QV_E_FILE_NOT_FOUND);
+    EXPECT_EQ(Copier(u"/missing").result, QV_E_FILE_NOT_FOUND);
     t_fault = {};
-    EXPECT_TRUE(TableIsEmpty());
+    EXPECT_TRUE(NothingIsLeft());
 }
 
 // Else the child would share its locks until it executes its program.
@@ -298,10 +270,9 @@ TEST(ProcessInside, AStartWaitsForANamedObjectThatIsHalfOpen)
     std::atomic<bool> started{false};
     qv::platform::HoldNamedObjects();
     std::jthread starter([&] {
-        QVHandle process;
-        EXPECT_EQ(Start("exit 0", nullptr, &process), S_OK);
+        const QVHandle process = StartShell(u"exit 0");
         started = true;
-        EXPECT_EQ(QVProcessJoin(process, nullptr), S_OK);
+        Join(process);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     EXPECT_FALSE(started);
