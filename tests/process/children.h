@@ -91,12 +91,10 @@ inline std::string OutputOf(const QVWChar* program, const QVWChar* arguments,
 inline pid_t IdOf(QVHandle process)
 {
     std::ifstream info("/proc/self/fdinfo/" + std::to_string(process));
+    std::string text;
+    std::getline(info, text, 'P') && info >> text;
     pid_t id = 0;
-    for (std::string word; info >> word;) {
-        if (word == "Pid:") {
-            info >> id;
-        }
-    }
+    info >> id;
     return id;
 }
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <clocale>
 #include <filesystem>
+#include <string_view>
 #include <thread>
 
 #include "platform/collation.h"
@@ -22,29 +23,16 @@ using namespace qv::test;
 namespace
 {
 
-enum class Call
-{
-    None,
-    Pipe,
-    Fcntl,
-    Map,
-    Clone,
-    CurrentFolder,
-    Wait,
-    Poll,
-    Info,
-};
-
 struct Fault
 {
-    Call call = Call::None;
+    std::string_view call;
     int error = 0;
     int number = 0; // from 1; this one fails
 };
 
 thread_local Fault t_fault;
 
-bool Fails(Call call)
+bool Fails(std::string_view call)
 {
     if (call != t_fault.call || --t_fault.number != 0) {
         return false;
@@ -68,35 +56,35 @@ extern "C"
 
     int __wrap_pipe2(int* ends, int flags)
     {
-        return Fails(Call::Pipe) ? -1 : __real_pipe2(ends, flags);
+        return Fails("pipe2") ? -1 : __real_pipe2(ends, flags);
     }
     int __wrap_fcntl(int file, int command, long argument)
     {
-        return Fails(Call::Fcntl) ? -1 : __real_fcntl(file, command, argument);
+        return Fails("fcntl") ? -1 : __real_fcntl(file, command, argument);
     }
     int __wrap_ioctl(int file, unsigned long request, void* argument)
     {
-        return Fails(Call::Info) ? -1 : __real_ioctl(file, request, argument);
+        return Fails("ioctl") ? -1 : __real_ioctl(file, request, argument);
     }
     void* __wrap_mmap(void* at, std::size_t size, int rights, int flags, int file, off_t offset)
     {
-        return Fails(Call::Map) ? MAP_FAILED : __real_mmap(at, size, rights, flags, file, offset);
+        return Fails("mmap") ? MAP_FAILED : __real_mmap(at, size, rights, flags, file, offset);
     }
     char* __wrap_getcwd(char* path, std::size_t size)
     {
-        return Fails(Call::CurrentFolder) ? nullptr : __real_getcwd(path, size);
+        return Fails("getcwd") ? nullptr : __real_getcwd(path, size);
     }
     int __wrap___clone(int (*run)(void*), void* stack, int flags, void* argument, int* handle)
     {
-        return Fails(Call::Clone) ? -1 : __real___clone(run, stack, flags, argument, handle);
+        return Fails("clone") ? -1 : __real___clone(run, stack, flags, argument, handle);
     }
     int __wrap_waitid(idtype_t type, id_t id, siginfo_t* info, int options)
     {
-        return Fails(Call::Wait) ? -1 : __real_waitid(type, id, info, options);
+        return Fails("waitid") ? -1 : __real_waitid(type, id, info, options);
     }
     int __wrap_poll(pollfd* entries, nfds_t count, int milliseconds)
     {
-        return Fails(Call::Poll) ? -1 : __real_poll(entries, count, milliseconds);
+        return Fails("poll") ? -1 : __real_poll(entries, count, milliseconds);
     }
 }
 
@@ -138,26 +126,26 @@ TEST(ProcessInside, AStartThatFailsLeavesNothing)
 {
     const struct
     {
-        Call call;
+        const char* call;
         int error;
         QVRESULT result;
         int times; // how often the call is made
     } rows[] = {
-        {Call::Pipe, EMFILE, E_FAIL, 3},
-        {Call::Pipe, ENFILE, E_FAIL, 3},
-        {Call::Pipe, ENOMEM, E_OUTOFMEMORY, 3},
-        {Call::Fcntl, EBADF, E_HANDLE, 3},
-        {Call::CurrentFolder, ENOENT, QV_E_FILE_NOT_FOUND, 1},
-        {Call::CurrentFolder, EACCES, E_ACCESSDENIED, 1},
-        {Call::CurrentFolder, ENOMEM, E_OUTOFMEMORY, 1},
-        {Call::CurrentFolder, ERANGE, E_FAIL, 1},
-        {Call::Map, ENOMEM, E_OUTOFMEMORY, 1},
-        {Call::Map, EAGAIN, E_OUTOFMEMORY, 1},
-        {Call::Clone, EAGAIN, E_FAIL, 1},
-        {Call::Clone, ENOMEM, E_OUTOFMEMORY, 1},
-        {Call::Clone, ENOSPC, E_FAIL, 1},
-        {Call::Clone, EMFILE, E_FAIL, 1},
-        {Call::Clone, EPERM, E_ACCESSDENIED, 1},
+        {"pipe2", EMFILE, E_FAIL, 3},
+        {"pipe2", ENFILE, E_FAIL, 3},
+        {"pipe2", ENOMEM, E_OUTOFMEMORY, 3},
+        {"fcntl", EBADF, E_HANDLE, 3},
+        {"getcwd", ENOENT, QV_E_FILE_NOT_FOUND, 1},
+        {"getcwd", EACCES, E_ACCESSDENIED, 1},
+        {"getcwd", ENOMEM, E_OUTOFMEMORY, 1},
+        {"getcwd", ERANGE, E_FAIL, 1},
+        {"mmap", ENOMEM, E_OUTOFMEMORY, 1},
+        {"mmap", EAGAIN, E_OUTOFMEMORY, 1},
+        {"clone", EAGAIN, E_FAIL, 1},
+        {"clone", ENOMEM, E_OUTOFMEMORY, 1},
+        {"clone", ENOSPC, E_FAIL, 1},
+        {"clone", EMFILE, E_FAIL, 1},
+        {"clone", EPERM, E_ACCESSDENIED, 1},
     };
     std::filesystem::current_path("/");
     Request request;
@@ -218,14 +206,14 @@ TEST(ProcessInside, WaitsThatTheSystemRefusesKeepTheHandle)
     const struct
     {
         bool isForAny;
-        Call call;
+        const char* call;
         int error;
         QVRESULT result;
     } rows[] = {
-        {false, Call::Wait, EINTR, S_OK},          {false, Call::Wait, EBADF, E_HANDLE},
-        {false, Call::Wait, EINVAL, E_HANDLE},     {true, Call::Poll, EINTR, S_OK},
-        {true, Call::Poll, ENOMEM, E_OUTOFMEMORY}, {true, Call::Poll, EINVAL, E_FAIL},
-        {true, Call::Wait, EBADF, E_FAIL}, // what is no process is dropped from the children
+        {false, "waitid", EINTR, S_OK},        {false, "waitid", EBADF, E_HANDLE},
+        {false, "waitid", EINVAL, E_HANDLE},   {true, "poll", EINTR, S_OK},
+        {true, "poll", ENOMEM, E_OUTOFMEMORY}, {true, "poll", EINVAL, E_FAIL},
+        {true, "waitid", EBADF, E_FAIL}, // what is no process is dropped from the children
     };
     for (const auto& row : rows) {
         const QVHandle started = StartShell(u"exit 7");
@@ -247,18 +235,18 @@ TEST(ProcessInside, AnUnknownExitCodeIsNoFailure)
 {
     const QVHandle ended = StartShell(u"exit 7");
     ASSERT_GT(waitpid(-1, nullptr, 0), 0);
-    t_fault = {Call::Info, ENOTTY, 1};
+    t_fault = {"ioctl", ENOTTY, 1};
     EXPECT_EQ(Join(ended), 0xFFFFFFFFu);
     EXPECT_EQ(fcntl(ended, F_GETFD), -1);
 
     Copier runs;
     uint32_t code = 0;
-    t_fault = {Call::Wait, ECHILD, 1};
+    t_fault = {"waitid", ECHILD, 1};
     EXPECT_EQ(QVProcessGetExitCode(runs.process, &code), E_FAIL) << "no child, but it runs";
     runs.Wake();
     EXPECT_EQ(Join(runs.process), 0u);
 
-    t_fault = {Call::Wait, EINTR, 1};
+    t_fault = {"waitid", EINTR, 1};
     EXPECT_EQ(Copier(u"/missing").result, QV_E_FILE_NOT_FOUND);
     t_fault = {};
     EXPECT_TRUE(NothingIsLeft());

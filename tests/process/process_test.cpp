@@ -76,14 +76,12 @@ TEST(Process, TheExactNameIsPreferredToTheOneWithoutSuffix)
         {u"missing", nullptr, QV_E_FILE_NOT_FOUND},
         {u"lone/missing", nullptr, QV_E_FILE_NOT_FOUND},
         {nullptr, nullptr, QV_E_FILE_NOT_FOUND},
-        {u"folder/", nullptr, QV_E_FILE_NOT_FOUND},
         {u"broken", nullptr, QV_E_FILE_NOT_FOUND},
         {u"folder", nullptr, E_ACCESSDENIED},
         {u"locked", nullptr, E_ACCESSDENIED},
         {u"empty", nullptr, E_FAIL},
         {tooLong.c_str(), nullptr, E_FAIL},
         {u"lone", u"missing", E_FAIL},
-        {u"lone", u"", E_FAIL},
         {u"lone", tooLong.c_str(), E_FAIL},
     };
     const auto descriptors = CountDescriptors();
@@ -271,20 +269,19 @@ TEST(Process, OnlyHandlesOfProcessesAreTaken)
 TEST(Process, AJoinForAnyTakesTheLowestAndRefusesMoreThan64)
 {
     QVHandle process = 0;
-    std::vector<Copier> copiers(64);
-    const QVHandle last = StartShell(u"exit 5");
-    EXPECT_EQ(QVProcessJoinChild(&process, nullptr), E_FAIL) << "65";
+    std::vector<Copier> copiers(65);
+    EXPECT_EQ(QVProcessJoinChild(&process, nullptr), E_FAIL);
     EXPECT_EQ(process, QV_HANDLE_NONE);
-    EXPECT_EQ(Join(last), 5u);
-    const auto wake = [&](std::size_t i) {
+    const auto end = [&](std::size_t i) {
         copiers[i].Wake();
         siginfo_t info = {};
         const auto handle = static_cast<id_t>(copiers[i].process);
         EXPECT_EQ(waitid(P_PIDFD, handle, &info, WEXITED | WNOWAIT), 0);
         return copiers[i].process;
     };
-    const QVHandle higher = wake(40);
-    const QVHandle lower = wake(3);
+    Join(end(64));
+    const QVHandle higher = end(40);
+    const QVHandle lower = end(3);
     for (const QVHandle expected : {lower, higher}) {
         EXPECT_EQ(QVProcessJoinChild(&process, nullptr), S_OK);
         EXPECT_EQ(process, expected);
@@ -309,9 +306,7 @@ TEST(Process, NamesAreTheFileNamesOfPrograms)
     EXPECT_EQ(QVProcessGetName(QVProcessGetID(), name, 5), 1);
     EXPECT_EQ(name, own.substr(0, 4));
     EXPECT_EQ(QVProcessGetName(QVProcessGetID(), nullptr, 0), 0);
-    for (const uint32_t none : {0u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-        EXPECT_EQ(QVProcessGetName(none, name, sizeof name), 0);
-    }
+    EXPECT_EQ(QVProcessGetName(0x7FFFFFFF, name, sizeof name), 0);
     EXPECT_EQ(name, own.substr(0, 4)) << "untouched";
 
     const Folder folder;
