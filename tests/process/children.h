@@ -98,13 +98,33 @@ inline pid_t IdOf(QVHandle process)
     return id;
 }
 
-// No child in the table, and none that the system knows. Looks after detached ones, as any call.
-inline bool NothingIsLeft()
+// Of the children to be joined. Looks after detached ones, as any call.
+inline bool TableIsEmpty()
 {
     QVHandle process;
-    siginfo_t info = {};
-    return QVProcessJoinChild(&process, nullptr) == E_FAIL &&
-           waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
+    return QVProcessJoinChild(&process, nullptr) == E_FAIL;
 }
+
+inline bool NothingIsLeft()
+{
+    siginfo_t info = {};
+    return TableIsEmpty() && waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) < 0 &&
+           errno == ECHILD;
+}
+
+// Each test leaves neither descriptors nor children.
+class Process : public testing::Test
+{
+protected:
+    ~Process() override
+    {
+        EXPECT_TRUE(TableIsEmpty());
+        EXPECT_TRUE(Becomes(NothingIsLeft));
+        EXPECT_EQ(CountDescriptors(), m_descriptors);
+    }
+
+private:
+    std::ptrdiff_t m_descriptors = CountDescriptors();
+};
 
 } // namespace qv::test
