@@ -79,7 +79,7 @@ protected:
     ~OrphansTest() override
     {
         g_failing = "";
-        EXPECT_TRUE(Becomes([] { return HasNoChildren(); }));
+        EXPECT_TRUE(Becomes(HasNoChildren));
         EXPECT_TRUE(Becomes([] { return !ThreadIsThere(); }));
         EXPECT_EQ(CountDescriptors(), m_descriptors);
     }
@@ -87,17 +87,17 @@ protected:
     const std::ptrdiff_t m_descriptors = CountDescriptors();
 };
 
-void Detach(std::vector<Sleeper>& sleepers)
+void Detach(std::vector<Copier>& copiers)
 {
-    for (Sleeper& sleeper : sleepers) {
-        EXPECT_EQ(QVProcessDetach(sleeper.process), S_OK);
+    for (Copier& copier : copiers) {
+        EXPECT_EQ(QVProcessDetach(copier.process), S_OK);
     }
 }
 
-void Wake(std::vector<Sleeper>& sleepers)
+void Wake(std::vector<Copier>& copiers)
 {
-    for (Sleeper& sleeper : sleepers) {
-        sleeper.Wake();
+    for (Copier& copier : copiers) {
+        copier.Wake();
     }
 }
 
@@ -105,14 +105,14 @@ void Wake(std::vector<Sleeper>& sleepers)
 TEST_F(OrphansTest, AreNoZombiesAndLeaveNoThread)
 {
     for (int round = 0; round < 20; ++round) {
-        std::vector<Sleeper> sleepers(5), others(5);
-        Detach(sleepers);
+        std::vector<Copier> copiers(5), others(5);
+        Detach(copiers);
         EXPECT_TRUE(Becomes([] { return ThreadIsThere(); }));
-        Wake(sleepers);
+        Wake(copiers);
         Detach(others); // while the thread may be about to end
         Wake(others);
         if (round % 2 == 0) {
-            EXPECT_TRUE(Becomes([] { return HasNoChildren(); }));
+            EXPECT_TRUE(Becomes(HasNoChildren));
         }
     }
 }
@@ -120,12 +120,12 @@ TEST_F(OrphansTest, AreNoZombiesAndLeaveNoThread)
 TEST_F(OrphansTest, AreLookedAfterByTheNextCallWithoutTheThread)
 {
     for (const char* call : {"epoll_create1", "epoll_ctl", "pthread_create"}) {
-        std::vector<Sleeper> sleepers(3);
+        std::vector<Copier> copiers(3);
         g_failing = call;
-        Detach(sleepers);
+        Detach(copiers);
         g_failing = "";
         EXPECT_FALSE(ThreadIsThere()) << call;
-        Wake(sleepers);
+        Wake(copiers);
         char name[8];
         EXPECT_TRUE(Becomes([&] {
             QVProcessGetName(0, name, sizeof name);
@@ -134,12 +134,12 @@ TEST_F(OrphansTest, AreLookedAfterByTheNextCallWithoutTheThread)
     }
 #ifndef __SANITIZE_THREAD__ // which rightly calls that a race
     // The host has closed what it does not know.
-    std::vector<Sleeper> sleepers(1);
-    Detach(sleepers);
+    std::vector<Copier> copiers(1);
+    Detach(copiers);
     close(g_set);
     const int own = dup(0);
     EXPECT_EQ(own, g_set);
-    Wake(sleepers);
+    Wake(copiers);
     uint32_t code;
     EXPECT_TRUE(Becomes([&] { return QVProcessGetExitCode(1000, &code) < 0 && HasNoChildren(); }));
     EXPECT_EQ(close(own), 0) << "it is the host's";
@@ -148,17 +148,17 @@ TEST_F(OrphansTest, AreLookedAfterByTheNextCallWithoutTheThread)
 
 TEST_F(OrphansTest, AreTheParentsAlone)
 {
-    std::vector<Sleeper> sleepers(3);
-    Detach(sleepers);
+    std::vector<Copier> copiers(3);
+    Detach(copiers);
     Child forked([] {
-        std::vector<Sleeper> own(2);
+        std::vector<Copier> own(2);
         Detach(own);
         Wake(own);
-        return Becomes([] { return HasNoChildren(); });
+        return Becomes(HasNoChildren);
     });
     EXPECT_TRUE(forked.Succeeded());
     Child copy([] { return pause() == 0; }); // has the descriptors of all
-    Wake(sleepers);
+    Wake(copiers);
     copy.Kill();
 }
 
@@ -166,18 +166,18 @@ TEST_F(OrphansTest, AreTheParentsAlone)
 TEST_F(OrphansTest, GoOnWithoutTheThread)
 {
     EXPECT_TRUE(Child([] {
-                    std::vector<Sleeper> own(2);
+                    std::vector<Copier> own(2);
                     Detach(own);
                     exit(0);
                     return false;
                 }).Succeeded());
-    std::vector<Sleeper> sleepers(3);
-    Detach(sleepers);
+    std::vector<Copier> copiers(3);
+    Detach(copiers);
     Orphans::StopThread();
     Orphans::StopThread();
     EXPECT_TRUE(Becomes([] { return !ThreadIsThere(); }));
     Orphans::Forget();
-    Wake(sleepers);
+    Wake(copiers);
     for (int i = 0; i < 3; ++i) {
         EXPECT_GT(waitpid(-1, nullptr, 0), 0);
     }

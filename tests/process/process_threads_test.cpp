@@ -143,7 +143,7 @@ TEST_F(Process, ADetachedChildRunsOnAndLeavesNoZombie)
     EXPECT_EQ(write(copier.streams[0], "x", 1), 1);
     EXPECT_EQ(read(copier.streams[1], &byte, 1), 1);
     copier.Wake();
-    EXPECT_TRUE(Becomes(NothingIsLeft));
+    EXPECT_TRUE(Becomes(HasNoChildren));
     EXPECT_EQ(fcntl(copier.process, F_GETFD), -1);
 }
 
