@@ -22,16 +22,10 @@ constinit SectionRecord* g_first = nullptr;
 
 } // namespace
 
+// Listed still if the host has closed the handle by itself.
 SectionRecord::~SectionRecord()
 {
-    if (!m_isListed) {
-        return;
-    }
-    {
-        const NamedObjectsHold locked;
-        LeaveList();
-    }
-    RemoveIfLast();
+    GiveUp();
 }
 
 bool SectionRecord::HasFile(Descriptor descriptor, std::uint64_t leastSize) const
@@ -48,21 +42,50 @@ DWORD SectionRecord::Close(Descriptor descriptor)
     const KeepErrno keep;
     const NoCancellation noCancellation;
     RecordHold<DescriptorRecord> taken; // goes after the lock
-    const NamedObjectsHold locked;
-    taken = TakeRecord(descriptor, *this);
-    if (!taken) {
-        return ERROR_INVALID_HANDLE; // another thread was quicker
-    }
-    const bool hasViews = SectionViews::CloseHandle(*this);
-    // Of a number that has become another file's, only the number is of interest.
-    if (m_isListed && !hasViews && IsHandle(descriptor)) {
-        ObjectFile file(descriptor);
-        if (TryGiveUp(file, m_identity)) {
+    DWORD error;
+    bool hasViews;
+    {
+        const NamedObjectsHold locked;
+        taken = TakeRecord(descriptor, *this);
+        if (!taken) {
+            return ERROR_INVALID_HANDLE; // another thread was quicker
+        }
+        hasViews = SectionViews::CloseHandle(*this);
+        if (m_isListed && !hasViews && TryGiveUpHandle()) {
             LeaveList();
         }
-        file.Release();
+        error = CloseDescriptor(descriptor);
     }
-    return CloseDescriptor(descriptor);
+    if (!hasViews) {
+        GiveUp();
+    }
+    return error;
+}
+
+// Not left to the destructor: in a forked child, another thread's hold on the record may stay for
+// ever.
+void SectionRecord::GiveUp()
+{
+    {
+        const NamedObjectsHold locked;
+        if (!m_isListed) {
+            return;
+        }
+        LeaveList();
+    }
+    RemoveIfLast();
+}
+
+bool SectionRecord::TryGiveUpHandle() const
+{
+    // Of a number that has become another file's, only the number is of interest.
+    if (!IsHandle(m_handle)) {
+        return false;
+    }
+    ObjectFile file(m_handle);
+    const bool isGivenUp = TryGiveUp(file, m_identity);
+    file.Release();
+    return isGivenUp;
 }
 
 DWORD SectionRecord::Prepare(const ObjectFile& file, const NamedFacts& facts)
@@ -82,7 +105,6 @@ void SectionRecord::Discard()
 void SectionRecord::Keep(ObjectFile&& file)
 {
     file.Release(); // the handle
-    m_isOpen = true;
     m_isListed = true;
     m_next = g_first;
     m_previous = nullptr;

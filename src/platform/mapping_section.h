@@ -31,6 +31,12 @@ public:
     DWORD Close(Descriptor descriptor) override;
     bool IsTakenByClose() const override { return true; }
 
+    // Under the lock of the views. True for the last of what kept the section.
+    void AddView() { ++m_views; }
+    bool DropView() { return --m_views == 0 && !m_isOpen; }
+    // Neither handle nor view is left. May be called again.
+    void GiveUp();
+
 private:
     friend class SectionViews;
     friend void EndSections();
@@ -43,6 +49,8 @@ private:
 
     bool HasFile(Descriptor descriptor, std::uint64_t leastSize) const;
     void LeaveList();
+    // Through the handle: as TryGiveUp.
+    bool TryGiveUpHandle() const;
     // Its handle and views go on without keeping it alive.
     void LetGo();
 
@@ -54,7 +62,7 @@ private:
     SectionRecord* m_next = nullptr;
     SectionRecord* m_previous = nullptr;
     // Under the lock of the views.
-    bool m_isOpen = false;
+    bool m_isOpen = true;
     std::size_t m_views = 0;
 };
 

@@ -23,11 +23,18 @@ namespace
 
 struct View
 {
-    View* next;
-    void* base;
-    std::size_t length;
-    int rights;
-    RecordHold<SectionRecord> section;
+    ~View()
+    {
+        if (isLast) {
+            section->GiveUp();
+        }
+    }
+    View* next = nullptr;
+    void* base = nullptr;
+    std::size_t length = 0;
+    int rights = 0;
+    RecordHold<SectionRecord> section{};
+    bool isLast = false;
 };
 
 constexpr std::size_t kRows = 512;
@@ -52,6 +59,7 @@ std::unique_ptr<View> TakeFrom(View** place)
     std::unique_ptr<View> view(*place);
     if (view != nullptr) {
         *place = view->next;
+        view->isLast = view->section->DropView();
     }
     return view;
 }
@@ -81,7 +89,7 @@ void* SectionViews::Map(Descriptor section, RecordHold<SectionRecord> record, bo
         *error = ERROR_OUTOFMEMORY;
         return nullptr;
     }
-    std::unique_ptr<View> leftBehind; // goes after the lock, as it may give up its section
+    std::unique_ptr<View> leftBehind; // goes after the lock
     const SectionHold locked(&g_lock);
     if (!record->m_isOpen || !record->IsWhole(section)) {
         *error = ERROR_INVALID_HANDLE;
@@ -96,13 +104,12 @@ void* SectionViews::Map(Descriptor section, RecordHold<SectionRecord> record, bo
     }
     // One that the host has unmapped by itself.
     leftBehind = TakeFrom(PlaceOf(base));
-    if (leftBehind != nullptr) {
-        --leftBehind->section->m_views;
-    }
-    ++record->m_views;
-    View** const place = PlaceOf(base);
-    *view = {nullptr, base, length, rights, std::move(record)};
-    *place = view.release();
+    record->AddView();
+    view->base = base;
+    view->length = length;
+    view->rights = rights;
+    view->section = std::move(record);
+    *PlaceOf(base) = view.release();
     return base;
 }
 
@@ -115,7 +122,6 @@ bool SectionViews::Unmap(const void* base)
     if (view == nullptr) {
         return false;
     }
-    --view->section->m_views;
     // With the lock: a child must not be left with a mapping that it does not know of.
     munmap(view->base, view->length);
     return true;
