@@ -140,6 +140,7 @@ void EndFork(ForkStage stage)
         const SectionHold changing(&g_changing);
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         EndRecords();
+        EndNamedObjects();
         EndSections();
         Orphans::Forget();
         ForgetRecords();
@@ -153,6 +154,7 @@ void EndFork(ForkStage stage)
     const bool othersLive = OtherThreadsLive();
     DllMain(nullptr, DLL_PROCESS_DETACH, othersLive ? &processEnds : nullptr);
     EndRecords();
+    EndNamedObjects();
     EndSections();
     if (!othersLive) {
         // Else the kernel ends the holds, and the next to come takes over the names.

@@ -40,8 +40,8 @@ extern "C"
 void HoldViews();
 void ReleaseViews();
 
-// At the end of the process or of this module: whatever is still open no longer keeps its section
-// alive, but stays usable. Other threads may be using it.
+// At the end of the process or of this module, after EndNamedObjects: whatever is still open no
+// longer keeps its section alive, but stays usable. Other threads may be using it.
 void EndSections();
 // After an unload.
 void ForgetViews();

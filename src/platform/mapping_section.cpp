@@ -123,20 +123,24 @@ void SectionRecord::LeaveList()
     m_isListed = false;
 }
 
-// Through an open file without a lock of life.
+// If the handle does not do, through an open file without a lock of life. The handle first: of
+// views that come meanwhile, those of before are found.
 void SectionRecord::LetGo()
 {
     LeaveList();
+    if (m_isOpen && TryGiveUpHandle()) {
+        return;
+    }
     ObjectFile other;
     FileState state;
     if (other.Open(Path()) != ERROR_SUCCESS || other.Look(&state) != ERROR_SUCCESS ||
         state.identity != m_identity) {
         return;
     }
-    SectionViews::Exchange(*this, other.Number());
     if (m_isOpen && IsHandle(m_handle)) {
         dup3(other.Number(), m_handle, O_CLOEXEC);
     }
+    SectionViews::Exchange(*this, other.Number());
 }
 
 void EndSections()

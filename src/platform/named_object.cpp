@@ -23,6 +23,7 @@ namespace
 // opened file would keep the object alive for ever. Never held while waiting for another process.
 constinit CRITICAL_SECTION g_lock{};
 constinit unsigned g_forks = 0;
+constinit bool g_hasEnded = false;
 
 // The gate is held for some microseconds. One that stays shut belongs to a process that has been
 // stopped, or is hostile; a left-over name is less harm than a close that hangs.
@@ -76,12 +77,16 @@ DWORD EnterGate(const ObjectFile& file, FileState* state)
     return state->hasName ? ERROR_SUCCESS : kTryAgain;
 }
 
-// Of a file that nobody holds, by one who has the write lock on its life.
+// What nobody holds, with the gate held. Another user's file keeps its name, and only its memory
+// goes, but for what threads may be using to the last moment.
 void Remove(const ObjectFile& file, const ObjectPath& path, const FileIdentity& identity)
 {
-    // Another user's may have to stay, but not the memory that it takes.
-    if (ObjectFile::IsAt(path, identity) && unlink(path.Text()) != 0) {
-        file.Empty();
+    if (file.LockForWriting(ObjectByte::Life) != ERROR_SUCCESS ||
+        !ObjectFile::IsAt(path, identity)) {
+        return;
+    }
+    if (unlink(path.Text()) != 0 && !g_hasEnded) {
+        file.FreeMemory();
     }
 }
 
@@ -97,9 +102,7 @@ DWORD RemoveLeftOver(const ObjectPath& path)
     if (const DWORD error = EnterGate(file, &state)) {
         return error;
     }
-    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS) {
-        Remove(file, path, state.identity);
-    }
+    Remove(file, path, state.identity);
     return ERROR_SUCCESS;
 }
 
@@ -139,14 +142,18 @@ bool NamedObject::TryGiveUp(const ObjectFile& file, const FileIdentity& identity
     if (file.LockForWriting(ObjectByte::Gate) != ERROR_SUCCESS) {
         return false;
     }
-    if (file.LockForWriting(ObjectByte::Life) == ERROR_SUCCESS) {
-        Remove(file, m_path, identity);
-    }
+    Remove(file, m_path, identity);
+    // The file may stay open: at the end, or copied by the start of another process.
+    file.Unlock(ObjectByte::Life);
+    file.Unlock(ObjectByte::Gate);
     return true;
 }
 
 DWORD NamedObject::TryOpen(const NamedRequest& request)
 {
+    if (g_hasEnded) {
+        return ERROR_GEN_FAILURE; // nobody would give it up
+    }
     m_forks = g_forks;
     ObjectFile file;
     const DWORD found = file.Open(m_path);
@@ -246,6 +253,12 @@ DWORD NamedObject::TakeOver(ObjectFile&& file, const FileState& state, const Nam
     file.Unlock(ObjectByte::Gate);
     Keep(std::move(file));
     return ERROR_SUCCESS;
+}
+
+void EndNamedObjects()
+{
+    const NamedObjectsHold locked;
+    g_hasEnded = true;
 }
 
 void HoldNamedObjects()

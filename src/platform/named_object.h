@@ -66,9 +66,9 @@ protected:
     // When this hold is gone: removes the file if there is no other.
     void RemoveIfLast() const { RemoveIfLast(m_path); }
     static void RemoveIfLast(const ObjectPath& path);
-    // The same with one's own open file, of which nobody needs the hold any more: quicker. To be
-    // called with the lock held. False, and it is still to be done, if forked children may share
-    // the file or the gate is busy.
+    // The same with one's own open file, of which nobody needs the hold any more: quicker, and
+    // without another descriptor. To be called with the lock held. False, and it is still to be
+    // done, if forked children may share the file or the gate is busy.
     bool TryGiveUp(const ObjectFile& file, const FileIdentity& identity) const;
 
     const ObjectPath& Path() const { return m_path; }
@@ -117,6 +117,8 @@ private:
     NamedHeadHold* m_previous = nullptr;
 };
 
+// At the end of the process or of the module: none is opened any more.
+void EndNamedObjects();
 // What heads are still held are given up: for the end of the module.
 void CloseNamedObjects();
 

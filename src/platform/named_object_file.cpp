@@ -207,6 +207,13 @@ void ObjectFile::Empty() const
     Retried([&] { return ftruncate(m_file, 0); });
 }
 
+void ObjectFile::FreeMemory() const
+{
+    constexpr int kMode = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
+    constexpr off_t kMoreThanAll = off_t{1} << 40;
+    Retried([&] { return fallocate(m_file, kMode, 0, kMoreThanAll); });
+}
+
 DWORD ObjectFile::Lock(ObjectByte byte, int type) const
 {
     struct flock lock = RequestOf(byte, type);

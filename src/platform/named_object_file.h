@@ -91,6 +91,8 @@ public:
     DWORD Fill(std::u16string_view name, NamedKind kind, const NamedContent& content) const;
 
     void Empty() const;
+    // The bytes become 0, and take no room: unlike Empty, under mappings too.
+    void FreeMemory() const;
 
     // kTryAgain if another holder is in the way.
     DWORD LockForWriting(ObjectByte byte) const;
