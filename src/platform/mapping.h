@@ -40,6 +40,10 @@ extern "C"
 void HoldViews();
 void ReleaseViews();
 
+// In a child that shares the memory of this process but not its descriptors, with the lock of the
+// named objects held: closes the handles but for those among the three kept ones, if given.
+void CloseSectionCopies(const Descriptor* kept);
+
 // At the end of the process or of this module, after EndNamedObjects: whatever is still open no
 // longer keeps its section alive, but stays usable. Other threads may be using it.
 void EndSections();

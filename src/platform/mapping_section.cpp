@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/descriptor_handle.h"
@@ -141,6 +142,17 @@ void SectionRecord::LetGo()
         dup3(other.Number(), m_handle, O_CLOEXEC);
     }
     SectionViews::Exchange(*this, other.Number());
+}
+
+void CloseSectionCopies(const Descriptor* kept)
+{
+    for (const SectionRecord* section = g_first; section != nullptr; section = section->m_next) {
+        const Descriptor handle = section->m_handle;
+        const bool isKept = kept != nullptr && std::find(kept, kept + 3, handle) != kept + 3;
+        if (section->m_isOpen && !isKept && section->IsHandle(handle)) {
+            CloseDescriptor(handle);
+        }
+    }
 }
 
 void EndSections()

@@ -39,6 +39,7 @@ public:
 
 private:
     friend class SectionViews;
+    friend void CloseSectionCopies(const Descriptor* kept);
     friend void EndSections();
 
     ~SectionRecord() override;

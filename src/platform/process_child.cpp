@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include "platform/mapping.h"
 #include "platform/named_object.h"
 
 namespace qv::platform
@@ -95,7 +96,9 @@ StartStage Execute(const StartPlan& plan)
 int RunChild(void* argument)
 {
     auto& plan = *static_cast<StartPlan*>(argument);
-    // The descriptors have been copied.
+    // The descriptors have been copied. With those of sections the child would keep these, until it
+    // executes its program and nobody is left to remove their names.
+    CloseSectionCopies(plan.standardHandles);
     plan.holdsNamedObjects = false;
     ReleaseNamedObjects();
     plan.failedAt = Execute(plan);
