@@ -13,7 +13,7 @@ using namespace platform;
 
 constexpr std::uint64_t kStepsInSecond = 10'000'000;
 constexpr std::int64_t kPosixEpoch = 11'644'473'600; // in seconds since 1601
-constexpr std::int64_t kSecondsInSpan = 4 * 86'400;
+constexpr std::int64_t kSecondsInSpan = std::int64_t{4} * 86'400;
 constexpr std::int32_t kUneven = INT32_MIN;
 
 } // namespace
