@@ -132,6 +132,18 @@ std::int32_t ConvertBy(UConverter* converter, char* dest, int size, const WCHAR*
     return ucnv_fromUChars(converter, dest, size, src, count, &status);
 }
 
+// The C library loads them at the first use, with its lock.
+void LoadConversions(locale_t locale)
+{
+    const SectionHold locked(&g_localeLock);
+    if (locale != nullptr) {
+        const locale_t before = uselocale(locale);
+        DecodeCharacter("a", 1);
+        EncodeCharacter(u"a", 1);
+        uselocale(before);
+    }
+}
+
 // Made once and kept, for the few charsets that ICU has no converter for: the C library loses some
 // memory for each locale that it makes under a LOCPATH. Null if memory ran out.
 constinit std::atomic<locale_t> g_locale{nullptr};
@@ -141,6 +153,7 @@ locale_t AnsiLocale()
     locale_t locale = g_locale.load(std::memory_order_acquire);
     if (locale == nullptr) {
         LocaleHolder made = MakeLocale();
+        LoadConversions(made.get());
         if (g_locale.compare_exchange_strong(locale, made.get())) {
             locale = made.release();
         }
