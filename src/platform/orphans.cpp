@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <ctime>
 #include <utility>
 
 #include "platform/descriptor_handle.h"
@@ -127,40 +128,50 @@ void Orphans::JoinEndedThread()
 
 void* Orphans::RunThread(void* /*unused*/)
 {
-    constexpr int kRoom = 16;
     const NoCancellation noCancellation;
     pthread_setname_np(pthread_self(), "qvcore6-orphans");
     const int set = g_set;
     for (;;) {
+        constexpr int kRoom = 16;
         epoll_event ends[kRoom];
         const int count = AwaitEnds(set, ends, kRoom);
-        const int error = errno;
-        const SectionHold locked(&g_processesLock);
-        bool isOurs = count >= 0 || error == EINTR;
-        for (int i = 0; i < count; ++i) {
-            isOurs = End(*static_cast<ProcessRecord*>(ends[i].data.ptr)) && isOurs;
+        switch (Take(ends, count, count >= 0 || errno == EINTR)) {
+        case Next::Await:
+            break;
+        case Next::Pause: {
+            constexpr timespec kPause = {.tv_sec = 0, .tv_nsec = 20'000'000};
+            nanosleep(&kPause, nullptr);
+            break;
         }
-        if (!isOurs) {
-            Abandon();
-            return nullptr;
-        }
-        if (g_watched == 0) {
-            CloseSet();
+        case Next::End:
             return nullptr;
         }
     }
 }
 
-// False if the set is no longer there.
-bool Orphans::End(ProcessRecord& orphan)
+Orphans::Next Orphans::Take(const epoll_event* ends, int count, bool isOurs)
 {
-    if (!ReapIfEnded(orphan.m_process)) {
-        return true;
+    const SectionHold locked(&g_processesLock);
+    Next next = Next::Await;
+    for (int i = 0; i < count; ++i) {
+        auto& orphan = *static_cast<ProcessRecord*>(ends[i].data.ptr);
+        if (ReapIfEnded(orphan.m_process)) {
+            // Not left to the close: a forked child may have the same open file.
+            isOurs = epoll_ctl(g_set, EPOLL_CTL_DEL, orphan.m_process, nullptr) == 0 && isOurs;
+            Remove([&](const ProcessRecord& other) { return &other == &orphan; });
+        } else {
+            next = Next::Pause; // a debugger is to hear of it first
+        }
     }
-    // Not left to the close: a forked child may have the same open file.
-    const bool isOurs = epoll_ctl(g_set, EPOLL_CTL_DEL, orphan.m_process, nullptr) == 0;
-    Remove([&](const ProcessRecord& other) { return &other == &orphan; });
-    return isOurs;
+    if (!isOurs) {
+        Abandon();
+        return Next::End;
+    }
+    if (g_watched == 0) {
+        CloseSet();
+        return Next::End;
+    }
+    return next;
 }
 
 // The host has closed the set, and its number may be another file's.

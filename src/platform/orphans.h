@@ -7,6 +7,8 @@
 
 #include "platform/held_process.h"
 
+struct epoll_event;
+
 namespace qv::platform
 {
 
@@ -27,9 +29,17 @@ public:
     static void Forget();
 
 private:
+    enum class Next
+    {
+        Await,
+        Pause,
+        End,
+    };
+
     static bool Watch(ProcessRecord& child);
-    static void* RunThread(void* set);
-    static bool End(ProcessRecord& orphan);
+    static void* RunThread(void* unused);
+    // What the thread has been told. isOurs is false if the set is no longer there.
+    static Next Take(const epoll_event* ends, int count, bool isOurs);
     static void Abandon();
     // Lets go of those for whom the test is true.
     template <class Test> static void Remove(Test test);

@@ -175,7 +175,18 @@ TEST_F(Process, TheHostsChildrenAreItsOwn)
 // handle.
 TEST_F(Process, ADebuggerOfTheChildHearsOfItsEndFirst)
 {
-    for (const bool any : {false, true}) {
+    for (const auto take : {
+             +[](QVHandle process, uint32_t&code) { return QVProcessJoin(process, &code); },
+             +[](QVHandle, uint32_t&code) {
+                 QVHandle joined;
+                 return QVProcessJoinChild(&joined, &code);
+             },
+             +[](QVHandle process, uint32_t&code) {
+                 code = 0;
+                 const QVRESULT result = QVProcessDetach(process);
+                 return Becomes(HasNoChildren) ? result : E_FAIL;
+             },
+         }) {
         auto& id = MakeShared<std::atomic<pid_t>>();
         auto& isTraced = MakeShared<std::atomic<bool>>();
         auto& isHidden = MakeShared<std::atomic<bool>>();
@@ -189,10 +200,7 @@ TEST_F(Process, ADebuggerOfTheChildHearsOfItsEndFirst)
             uint32_t code = 7;
             const bool runs = QVProcessGetExitCode(copier.process, &code) == E_FAIL;
             isHidden = true;
-            QVHandle joined;
-            const QVRESULT result =
-                any ? QVProcessJoinChild(&joined, &code) : QVProcessJoin(copier.process, &code);
-            return runs && result == S_OK && code == 0;
+            return runs && take(copier.process, code) == S_OK && code == 0;
         });
         EXPECT_TRUE(Becomes([&] { return id > 0; }));
         EXPECT_EQ(ptrace(PTRACE_SEIZE, id.load(), 0, 0), 0);
