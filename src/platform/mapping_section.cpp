@@ -42,13 +42,13 @@ DWORD SectionRecord::Close(Descriptor descriptor)
 {
     const KeepErrno keep;
     const NoCancellation noCancellation;
-    RecordHold<DescriptorRecord> taken; // goes after the lock
+    RecordHold<DescriptorRecord> record; // goes after the lock
     DWORD error;
     bool hasViews;
     {
         const NamedObjectsHold locked;
-        taken = TakeRecord(descriptor, *this);
-        if (!taken) {
+        record = FindRecord(descriptor);
+        if (!record || &*record != this) {
             return ERROR_INVALID_HANDLE; // another thread was quicker
         }
         hasViews = SectionViews::CloseHandle(*this);
@@ -56,6 +56,9 @@ DWORD SectionRecord::Close(Descriptor descriptor)
             LeaveList();
         }
         error = CloseDescriptor(descriptor);
+        // Not before: another thread's close would take the descriptor for one without a record,
+        // and close it beneath this one.
+        TakeRecord(descriptor, *this);
     }
     if (!hasViews) {
         GiveUp();
