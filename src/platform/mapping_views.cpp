@@ -99,7 +99,8 @@ void* SectionViews::Map(Descriptor section, RecordHold<SectionRecord> record, bo
     const auto length = static_cast<std::size_t>(record->Size());
     void* const base = mmap(nullptr, length, rights, MAP_SHARED, section, kNamedHeadSize);
     if (base == MAP_FAILED) {
-        *error = ErrorFromErrno(errno);
+        // The first: beyond the limit of locked memory.
+        *error = errno == EAGAIN ? ERROR_OUTOFMEMORY : ErrorFromErrno(errno);
         return nullptr;
     }
     // One that the host has unmapped by itself.
