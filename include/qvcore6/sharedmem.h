@@ -49,9 +49,9 @@ QV_BEGIN_DECLS
  * QV_E_FILE_NOT_FOUND if there is none, and for a name with a backslash; E_FAIL for an existing
  * block with both flags, for a name of more than 256 UTF-16 units, for a size of 0 where one is
  * created, also if it exists, and if the system refuses, as when there is no memory left for
- * blocks, or the process is ending; E_ACCESSDENIED if it belongs to somebody who does not share it, or a process that has
- * stopped in the middle of opening it keeps it for ten seconds; E_HANDLE if the name is taken by
- * what is no block; E_INVALIDARG for a null name; E_OUTOFMEMORY.
+ * blocks, or the process is ending; E_ACCESSDENIED if it belongs to somebody who does not share it,
+ * or a process that has stopped in the middle of opening it keeps it for ten seconds; E_HANDLE if
+ * the name is taken by what is no block; E_INVALIDARG for a null name; E_OUTOFMEMORY.
  */
 QV_EXPORT QVRESULT QVSharedMemOpen(const char* name, uint32_t flags, uint32_t mode, uint32_t size,
                                    QVHandle* handleOut);
