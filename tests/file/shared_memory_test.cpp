@@ -336,6 +336,19 @@ TEST_F(SharedMemory, IsForEveryUserAndWithinTheLimits)
     EXPECT_TRUE(limited.Succeeded());
 }
 
+TEST_F(SharedMemory, TenThousandCyclesLeaveNothing)
+{
+    const auto run = [name = OwnName("cycles")](int cycles) {
+        for (; cycles > 0; --cycles) {
+            EXPECT_EQ(QVSharedMemDetach(View(name)), S_OK);
+            EXPECT_EQ(Probe(name), QV_E_FILE_NOT_FOUND);
+        }
+        return ResidentPages();
+    };
+    const long before = run(100);
+    EXPECT_LT(run(before != 0 ? 10'000 : 300), before + 64);
+}
+
 // All open, wait until all have, close, and look whether it is gone.
 TEST_F(SharedMemory, IsOneHoweverManyCreateAndCloseIt)
 {

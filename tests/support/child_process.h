@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <new>
 #include <string>
 #include <thread>
@@ -83,6 +84,16 @@ inline std::string OwnName(const std::string& name)
 {
     static const std::string prefix = "test." + std::to_string(getpid()) + ".";
     return prefix + name;
+}
+
+// None with sanitizers, which keep what is freed.
+inline long ResidentPages()
+{
+    long pages = 0;
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    std::ifstream("/proc/self/statm") >> pages >> pages; // of these the second
+#endif
+    return pages;
 }
 
 inline std::ptrdiff_t CountDescriptors()
