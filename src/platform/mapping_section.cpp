@@ -172,7 +172,7 @@ void EndSections()
             path = g_first->Path();
             g_first->LetGo();
         }
-        NamedObject::RemoveIfLast(path);
+        SectionRecord::RemoveIfLast(path);
     }
 }
 

@@ -40,7 +40,7 @@ bool StartThread(void* (*routine)(void*))
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     // A host may have all memory locked.
-    constexpr std::size_t kStack = 256 * 1024;
+    constexpr std::size_t kStack = std::size_t{256} * 1024;
     pthread_attr_setstacksize(&attributes, kStack);
     sigset_t all;
     sigfillset(&all); // the host's handlers run in the host's threads
@@ -93,6 +93,12 @@ void Orphans::Add(ProcessRecord& child)
     } else {
         g_unwatched.fetch_add(1, std::memory_order_relaxed);
     }
+}
+
+// Of a number that the host has given to another process nothing is asked.
+bool Orphans::HasGone(const ProcessRecord& orphan)
+{
+    return !orphan.IsInPlace() || ReapIfEnded(orphan.m_process);
 }
 
 bool Orphans::Watch(ProcessRecord& child)
@@ -155,7 +161,7 @@ Orphans::Next Orphans::Take(const epoll_event* ends, int count, bool isOurs)
     Next next = Next::Await;
     for (int i = 0; i < count; ++i) {
         auto& orphan = *static_cast<ProcessRecord*>(ends[i].data.ptr);
-        if (ReapIfEnded(orphan.m_process)) {
+        if (HasGone(orphan)) {
             // Not left to the close: a forked child may have the same open file.
             isOurs = epoll_ctl(g_set, EPOLL_CTL_DEL, orphan.m_process, nullptr) == 0 && isOurs;
             Remove([&](const ProcessRecord& other) { return &other == &orphan; });
@@ -190,9 +196,7 @@ void Orphans::Sweep()
         return;
     }
     const SectionHold locked(&g_processesLock);
-    Remove([](const ProcessRecord& orphan) {
-        return !orphan.m_isWatched && ReapIfEnded(orphan.m_process);
-    });
+    Remove([](const ProcessRecord& orphan) { return !orphan.m_isWatched && HasGone(orphan); });
 }
 
 void Orphans::StopThread()

@@ -36,6 +36,7 @@ private:
         End,
     };
 
+    static bool HasGone(const ProcessRecord& orphan);
     static bool Watch(ProcessRecord& child);
     static void* RunThread(void* unused);
     // What the thread has been told. isOurs is false if the set is no longer there.

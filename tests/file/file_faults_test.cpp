@@ -84,7 +84,7 @@ extern "C"
         return Fails() ? -1 : __real_fcntl(file, command, argument);
     }
     // Takes as many arguments as any call has, also where there are fewer.
-    [[gnu::no_sanitize("address")]] long __wrap_syscall(long number, ...)
+    [[gnu::no_sanitize_address]] long __wrap_syscall(long number, ...)
     {
         va_list arguments;
         va_start(arguments, number);

@@ -219,7 +219,7 @@ TEST_F(SharedMemory, LivesAsLongAsItsLastHandleAndView)
 TEST_F(SharedMemory, IsFreedAfterAKill)
 {
     const std::string name = OwnName("left");
-    for (const uid_t user : {0, 1000}) {
+    for (const uid_t user : {0u, 1000u}) {
         Child leaving([&] { return ++*View(name) == 1; });
         EXPECT_TRUE(leaving.Succeeded());
         const auto isFreed = [&] {
@@ -263,7 +263,7 @@ TEST_F(SharedMemory, GoesWithAnEndingProcess)
         const auto attachIn =
             reinterpret_cast<decltype(&QVSharedMemAttach)>(dlsym(library, "QVSharedMemAttach"));
         QVHandle handle;
-        void* view;
+        void* view = nullptr;
         const bool isOpen = openIn(name.c_str(), QV_FILE_CREATE, 0, 1, &handle) == QV_S_CREATED &&
                             attachIn(handle, kBoth, &view) == S_OK && Probe(name) == QV_S_CREATED;
         dlclose(library);
