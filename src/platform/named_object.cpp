@@ -215,9 +215,7 @@ DWORD NamedObject::Join(ObjectFile&& file, const NamedRequest& request)
     }
     NamedFacts facts = {state.identity, 0};
     if (const DWORD error = file.Test(request.name, request.kind, state, &facts.dataSize)) {
-        // One who was taking it over may have been killed just before.
-        const bool isAlive = file.OthersAt(ObjectByte::Life) == ObjectFile::Others::Reading;
-        return isAlive ? error : kTryAgain;
+        return error;
     }
     if (const DWORD error = Prepare(file, facts)) {
         return error;

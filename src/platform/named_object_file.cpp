@@ -268,10 +268,13 @@ bool ObjectFile::IsAt(const ObjectPath& path, const FileIdentity& identity)
 DWORD ObjectFile::Test(std::u16string_view name, NamedKind kind, const FileState& state,
                        std::uint64_t* dataSize) const
 {
-    NamedHead head;
+    NamedHead head = {};
     const auto count = Retried([&] { return pread(m_file, &head, sizeof head, 0); });
     if (count < 0) {
         return LastErrno();
+    }
+    if (head.magic == 0) {
+        return kTryAgain;
     }
     const bool isWhole = count == static_cast<ssize_t>(sizeof head) &&
                          state.size >= kNamedHeadSize &&

@@ -111,7 +111,8 @@ public:
     DWORD Look(FileState* state) const;
     // Whether the path still leads to this file.
     static bool IsAt(const ObjectPath& path, const FileIdentity& identity);
-    // Error 6 unless it is an object of this name and kind, whole.
+    // Error 6 unless it is an object of this name and kind, whole. kTryAgain for a file without
+    // content: the last holder has freed it, or one who was taking it over has been killed.
     DWORD Test(std::u16string_view name, NamedKind kind, const FileState& state,
                std::uint64_t* dataSize) const;
     // Null without memory.
