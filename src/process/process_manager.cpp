@@ -171,14 +171,14 @@ void CQVProcessManager::ParentAfterFork()
 void CQVProcessManager::ChildAfterFork()
 {
     m_set.clear();
-    // What a join of the parent's was about to do with them, nobody knows.
-    m_waitHandles.release();
-    m_waitCapacity = 0;
     if (m_setMutex->Get() != QV_MUTEX_NONE) {
         if (QVMutexTryAcquire(m_setMutex->Get()) == S_OK) {
             QVMutexRelease(m_setMutex->Get());
         } else {
             m_setMutex.emplace("CQVProcessManager::m_setMutex", 0); // its holder is not here
+            // What a join was about to do with them, nobody knows.
+            m_waitHandles.release();
+            m_waitCapacity = 0;
         }
     }
     LeaveCriticalSection(&m_changes);
