@@ -227,8 +227,12 @@ TEST_F(SharedMemory, GoesWithAnEndingProcess)
             }).detach();
             std::thread([&, handle] {
                 for (void* view = nullptr;; QVSharedMemDetach(view)) {
-                    Probe(name, QV_FILE_CREATE);
                     QVSharedMemAttach(handle, kBoth, &view);
+                }
+            }).detach();
+            std::thread([&] {
+                for (;;) {
+                    QVSharedMemDetach(View(name));
                 }
             }).detach();
             std::this_thread::sleep_for(std::chrono::microseconds(200 * round));
