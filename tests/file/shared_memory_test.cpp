@@ -211,7 +211,7 @@ TEST_F(SharedMemory, IsFreedAfterAKill)
 TEST_F(SharedMemory, GoesWithAnEndingProcess)
 {
     const std::string name = OwnName("exit");
-    for (int round = 0; round < 24; ++round) {
+    for (int round = 0; round < 40; ++round) {
         Words* const holder = round % 2 != 0 ? View(name) : nullptr;
         Child ending([&] {
             QVHandle handle;
@@ -235,7 +235,7 @@ TEST_F(SharedMemory, GoesWithAnEndingProcess)
                     QVSharedMemDetach(View(name));
                 }
             }).detach();
-            std::this_thread::sleep_for(std::chrono::microseconds(200 * round));
+            std::this_thread::sleep_for(std::chrono::microseconds(150 * round));
             std::exit(0);
             return false;
         });
@@ -357,15 +357,7 @@ TEST_F(SharedMemory, GoesBesideClosesAndStarts)
 {
     const std::string name = OwnName("beside");
     std::atomic<int> closed = 0;
-    const auto use = [&](auto close) {
-        QVHandle handle;
-        void* view;
-        EXPECT_EQ(QV_S_CREATED, Open(name, QV_FILE_CREATE, &handle));
-        EXPECT_EQ(S_OK, QVSharedMemAttach(handle, kBoth, &view));
-        close(handle);
-        EXPECT_EQ(S_OK, QVSharedMemDetach(view));
-        ASSERT_FALSE(fs::exists(FileOf(name)));
-    };
+    int left = 0;
     std::atomic<bool> done = false;
     std::thread starter([&] {
         while (!done) {
@@ -375,28 +367,36 @@ TEST_F(SharedMemory, GoesBesideClosesAndStarts)
         }
     });
     for (int i = 0; i < 2000; ++i) {
-        use(QVSharedMemClose);
+        ASSERT_EQ(S_OK, QVSharedMemDetach(View(name)));
+        ASSERT_FALSE(fs::exists(FileOf(name)));
     }
     done = true;
     starter.join();
+    const auto await = [](auto test) {
+        while (!test()) {
+            std::this_thread::yield();
+        }
+    };
     std::atomic<QVHandle> shared = QV_HANDLE_NONE;
+    std::atomic<int> ends = 0;
     std::jthread closer([&] {
-        for (int i = 0; i < 2000; ++i) {
-            shared.wait(QV_HANDLE_NONE);
-            closed += QVSharedMemClose(shared) == S_OK;
-            shared = QV_HANDLE_NONE;
-            shared.notify_one();
+        for (; ends < 5000; ++ends) {
+            QVHandle handle;
+            await([&] { return (handle = shared.exchange(QV_HANDLE_NONE)) != QV_HANDLE_NONE; });
+            closed += QVSharedMemClose(handle) == S_OK;
         }
     });
-    for (int i = 0; i < 2000; ++i) {
-        use([&](QVHandle handle) {
-            shared = handle;
-            shared.notify_one();
-            closed += QVSharedMemClose(handle) == S_OK;
-            shared.wait(handle);
-        });
+    for (int i = 0; i < 5000; ++i) {
+        QVHandle handle;
+        EXPECT_EQ(QV_S_CREATED, Open(name, QV_FILE_CREATE, &handle));
+        shared = handle;
+        await([&] { return shared == QV_HANDLE_NONE; });
+        closed += QVSharedMemClose(handle) == S_OK;
+        await([&] { return ends > i; });
+        left += fs::exists(FileOf(name));
     }
-    EXPECT_EQ(2000, closed);
+    EXPECT_EQ(5000, closed);
+    EXPECT_EQ(0, left);
 }
 
 // Of several that create it at once: the name leads to the section of whoever holds one, and a new
