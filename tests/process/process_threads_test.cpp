@@ -94,13 +94,14 @@ TEST_F(Process, AJoinForAnyBesideOtherOwners)
     }
 }
 
+// Of never more than a join for any takes.
 TEST_F(Process, AJoinForAnyBesideStarts)
 {
     RunThreads(3, [](int i) {
-        for (int left = 100; i > 0 && left > 0; --left) {
+        for (int left = 30; i > 0 && left > 0; --left) {
             StartShell(u"exit 5");
         }
-        for (int left = 200; i == 0 && left > 0;) {
+        for (int left = 60; i == 0 && left > 0;) {
             QVHandle process;
             uint32_t code = 0;
             if (QVProcessJoinChild(&process, &code) == S_OK) {
