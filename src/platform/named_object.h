@@ -88,8 +88,9 @@ private:
 // this user may see to that.
 DWORD RemoveLeftOver(const ObjectPath& path);
 
-// Removes what killed processes have left over, and with it the memory that it takes: some of it,
-// seldom, so that creators may call this each time; or all that there is. Never waits.
+// Removes what killed processes have left over, and with it the memory that it takes: some of what
+// is older than a second, so that creators may call this each time; or all that there is. Never
+// waits.
 void SweepNamedObjects(bool all);
 
 // The hold of one who needs but the head, mapped.

@@ -255,7 +255,8 @@ DWORD ObjectFile::Look(FileState* state) const
     }
     *state = {.identity = IdentityOf(status),
               .size = static_cast<std::uint64_t>(status.st_size),
-              .hasName = status.st_nlink != 0};
+              .hasName = status.st_nlink != 0,
+              .changed = status.st_mtime};
     return S_ISREG(status.st_mode) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 

@@ -68,6 +68,7 @@ struct FileState
     FileIdentity identity;
     std::uint64_t size = 0;
     bool hasName = false;
+    std::int64_t changed = 0; // in seconds since 1970
 };
 
 // An open file, closed at the end. Nothing here waits.

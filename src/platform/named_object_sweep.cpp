@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 
 #include "platform/descriptor_handle.h"
 #include "platform/error.h"
@@ -22,12 +23,13 @@ constexpr int kSome = 16; // objects that a call looks at, at a few microseconds
 // Where the next call goes on, in objects from the start of the folder. Under the lock.
 constinit int g_next = 0;
 
-void RemoveIfLeftOver(const ObjectPath& path)
+void RemoveIfLeftOver(const ObjectPath& path, std::int64_t changedUntil)
 {
     ObjectFile file;
     FileState state;
     // Most are in use, which costs those who use them nothing.
     if (file.Open(path) == ERROR_SUCCESS && file.Look(&state) == ERROR_SUCCESS &&
+        state.changed <= changedUntil &&
         file.OthersAt(ObjectByte::Life) == ObjectFile::Others::None) {
         RemoveLeftOver(path);
     }
@@ -36,7 +38,9 @@ void RemoveIfLeftOver(const ObjectPath& path)
 class Sweep
 {
 public:
-    Sweep(int first, int end) : m_first(first), m_end(end) {}
+    Sweep(int first, int end, std::int64_t changedUntil)
+        : m_first(first), m_end(end), m_changedUntil(changedUntil)
+    {}
 
     // Where the next one goes on: 0 after the last object.
     int Run(Descriptor folder)
@@ -67,12 +71,13 @@ private:
     {
         ObjectPath path;
         if (path.MakeOfFile(name) && m_count++ >= m_first && m_count <= m_end) {
-            RemoveIfLeftOver(path);
+            RemoveIfLeftOver(path, m_changedUntil);
         }
     }
 
     int m_first;
     int m_end;
+    std::int64_t m_changedUntil;
     int m_count = 0;
 };
 
@@ -88,9 +93,11 @@ void SweepNamedObjects(bool all)
         return;
     }
     if (all) {
-        Sweep(0, INT_MAX).Run(folder);
+        Sweep(0, INT_MAX, INT64_MAX).Run(folder);
     } else {
-        g_next = Sweep(g_next, g_next + kSome).Run(folder);
+        // What is younger may be about to be taken over by who wants its name.
+        const std::int64_t changedUntil = std::time(nullptr) - 2;
+        g_next = Sweep(g_next, g_next + kSome, changedUntil).Run(folder);
     }
     CloseDescriptor(folder);
 }

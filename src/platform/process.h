@@ -1,8 +1,7 @@
 // Child processes: the start, the waits, exit codes, names.
 //
 // A process is known by its pidfd. The calls that use one take it held (held_process.h), so that a
-// close by another thread does not hit them. Each call here gives back to the system the children
-// that were given up and have ended since.
+// close by another thread does not hit them.
 #pragma once
 
 #include "platform/held_process.h"

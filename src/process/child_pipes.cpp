@@ -1,7 +1,6 @@
 #include "process/child_pipes.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "frame/exception.h"
 #include "platform/descriptor_handle.h"
@@ -26,12 +25,6 @@ void Close(const QVHandle* ends)
 }
 
 } // namespace
-
-ChildPipes::ChildPipes()
-{
-    std::fill(std::begin(m_parentEnds), std::end(m_parentEnds), QV_HANDLE_NONE);
-    std::fill(std::begin(m_childEnds), std::end(m_childEnds), QV_HANDLE_NONE);
-}
 
 ChildPipes::~ChildPipes()
 {

@@ -12,7 +12,7 @@ class ChildPipes
 public:
     static constexpr int kStreams = 3; // input, output, errors
 
-    ChildPipes();
+    ChildPipes() = default;
     ~ChildPipes();
     ChildPipes(const ChildPipes&) = delete;
     ChildPipes& operator=(const ChildPipes&) = delete;
@@ -23,8 +23,8 @@ public:
     void KeepParentEnds() { m_closeParentEnds = false; }
 
 private:
-    QVHandle m_parentEnds[kStreams];
-    QVHandle m_childEnds[kStreams];
+    QVHandle m_parentEnds[kStreams] = {QV_HANDLE_NONE, QV_HANDLE_NONE, QV_HANDLE_NONE};
+    QVHandle m_childEnds[kStreams] = {QV_HANDLE_NONE, QV_HANDLE_NONE, QV_HANDLE_NONE};
     bool m_closeParentEnds = true;
 };
 

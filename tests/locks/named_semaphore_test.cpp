@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/shared_names.h"
 
 using namespace qv::test;
 namespace fs = std::filesystem;
@@ -51,18 +52,7 @@ struct Semaphore
     const QVRESULT opened;
 };
 
-class NamedSemaphore : public testing::Test
-{
-protected:
-    void TearDown() override
-    {
-        for (const auto& entry : fs::directory_iterator("/dev/shm")) {
-            EXPECT_EQ(std::string::npos, entry.path().string().find(OwnName(""))) << entry;
-        }
-        EXPECT_EQ(m_descriptors, CountDescriptors());
-    }
-    const std::ptrdiff_t m_descriptors = CountDescriptors();
-};
+using NamedSemaphore = SharedNames;
 
 TEST_F(NamedSemaphore, IsOneForAllProcessesAndTheFirstOfEachLifeSetsTheCount)
 {

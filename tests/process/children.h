@@ -108,7 +108,7 @@ inline bool TableIsEmpty()
 inline bool HasNoChildren()
 {
     siginfo_t info = {};
-    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT | __WALL) < 0 && errno == ECHILD;
 }
 
 inline bool NothingIsLeft()
