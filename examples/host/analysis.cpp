@@ -19,7 +19,7 @@ namespace host
 namespace
 {
 
-constexpr std::size_t kPieceBytes = 256 * 1024;
+constexpr std::size_t kPieceBytes = std::size_t{256} * 1024;
 constexpr int kCachedLookUps = 10000;
 
 // Gives a counted interface back.

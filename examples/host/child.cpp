@@ -12,7 +12,7 @@ namespace host
 namespace
 {
 
-constexpr std::size_t kPieceBytes = 64 * 1024;
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 
 void Copy(const TextFile& file, Child& child)
 {
@@ -64,7 +64,7 @@ std::string Ask(const std::u16string& program, const std::u16string& arguments,
     Child child(program, arguments);
     // A program may answer before it has read all, so both ways are served at once.
     std::thread feeder([&] { Copy(file, child); });
-    const std::string answer = child.Output();
+    std::string answer = child.Output();
     feeder.join();
     return answer;
 }
