@@ -12,8 +12,11 @@ if(QVCORE6_SANITIZE)
     -fsanitize=${QVCORE6_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(qvcore6_options INTERFACE -fsanitize=${QVCORE6_SANITIZE})
 else()
+  # The C library wants optimised code for it.
+  define_property(TARGET PROPERTY QV_IS_OPTIMISED INITIALIZE_FROM_VARIABLE QV_IS_OPTIMISED)
+  set(QV_IS_OPTIMISED $<NOT:$<CONFIG:Debug>>)
   target_compile_options(qvcore6_options INTERFACE
-    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
+    $<$<BOOL:$<TARGET_PROPERTY:QV_IS_OPTIMISED>>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
 endif()
 
 # Unique symbols would pin the library in the process and so break dlclose.

@@ -92,7 +92,8 @@ TEST_F(NamedSemaphore, DiesWithTheLastHolderHoweverThatEnds)
     forked.Kill();
     // The end of a process that closes nothing.
     Child ending([&] {
-        std::exit((new Semaphore(name, 8))->Drain() == 8 ? 0 : 1);
+        static Semaphore* const left = new Semaphore(name, 8);
+        std::exit(left->Drain() == 8 ? 0 : 1);
         return false;
     });
     EXPECT_TRUE(ending.Succeeded());
