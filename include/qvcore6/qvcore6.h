@@ -27,6 +27,7 @@
 #include <qvcore6/semaphore.h>
 #include <qvcore6/sharedmem.h>
 #include <qvcore6/str.h>
+#include <qvcore6/sysinfo.h>
 #include <qvcore6/thread.h>
 #include <qvcore6/time.h>
 

@@ -23,6 +23,12 @@ Deadline Deadline::After(DWORD milliseconds)
     return Deadline(milliseconds == 0 ? 0 : Now() + std::int64_t{milliseconds} * 1'000'000);
 }
 
+Deadline Deadline::OrAfter(DWORD milliseconds) const
+{
+    const Deadline other = After(milliseconds);
+    return m_nanoseconds < other.m_nanoseconds ? *this : other;
+}
+
 bool Deadline::HasPassed() const
 {
     return !IsForever() && (IsNow() || Now() >= m_nanoseconds);

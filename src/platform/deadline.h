@@ -21,6 +21,8 @@ public:
     // A wait that may not wait at all.
     bool IsNow() const { return m_nanoseconds == 0; }
     bool HasPassed() const;
+    // The sooner of this one and that many milliseconds from now.
+    Deadline OrAfter(DWORD milliseconds) const;
     // Since the clock's own start. Not to be asked of a deadline that never comes.
     std::int64_t Nanoseconds() const { return m_nanoseconds; }
     timespec Time() const

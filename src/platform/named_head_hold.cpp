@@ -37,6 +37,11 @@ void NamedHeadHold::Close()
 
 DWORD NamedHeadHold::Prepare(const ObjectFile& file, const NamedFacts& /*facts*/)
 {
+    if (m_slotKind == Slot::Own) {
+        if (const DWORD error = file.TakeSlot(&m_slot)) {
+            return error;
+        }
+    }
     m_head = file.MapHead();
     return m_head != nullptr ? ERROR_SUCCESS : ERROR_OUTOFMEMORY;
 }
@@ -57,6 +62,15 @@ void NamedHeadHold::Keep(ObjectFile&& file)
         g_first->m_previous = this;
     }
     g_first = this;
+}
+
+bool NamedHeadHold::IsSlotTaken(std::uint32_t slot) const
+{
+    const KeepErrno keep;
+    const NoCancellation noCancellation;
+    const NamedObjectsHold locked; // a fork would copy the open file
+    ObjectFile file;
+    return file.Open(Path()) != ERROR_SUCCESS || file.IsSlotTaken(slot);
 }
 
 void CloseNamedObjects()

@@ -97,7 +97,13 @@ void SweepNamedObjects(bool all);
 class NamedHeadHold final : public NamedObject
 {
 public:
-    NamedHeadHold() = default;
+    enum class Slot
+    {
+        None,
+        Own,
+    };
+
+    explicit NamedHeadHold(Slot slot = Slot::None) : m_slotKind(slot) {}
     ~NamedHeadHold() { Close(); }
     NamedHeadHold(const NamedHeadHold&) = delete;
     NamedHeadHold& operator=(const NamedHeadHold&) = delete;
@@ -105,6 +111,10 @@ public:
     void Close();
     // Null when nothing is held, as after the unload of the module.
     NamedHead* Head() const { return m_head; }
+    // This hold's number, if it has asked for one.
+    std::uint32_t SlotNumber() const { return m_slot; }
+    // Whether a hold with that number lives: also where that cannot be found out.
+    bool IsSlotTaken(std::uint32_t slot) const;
 
 private:
     friend void CloseNamedObjects();
@@ -114,6 +124,8 @@ private:
     void Keep(ObjectFile&& file) override;
 
     NamedHead* m_head = nullptr;
+    Slot m_slotKind;
+    std::uint32_t m_slot = 0;
     NamedHeadHold* m_next = nullptr;
     NamedHeadHold* m_previous = nullptr;
 };

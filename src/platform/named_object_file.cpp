@@ -25,6 +25,8 @@ namespace
 
 constexpr std::uint32_t kMagic = 0x4F435651; // "QVCO"
 constexpr std::uint32_t kVersion = 1;
+constexpr std::int64_t kFirstSlot = 16; // behind the bytes that have names
+constexpr std::uint32_t kSlots = 1 << 16;
 
 template <class Call> auto Retried(Call call)
 {
@@ -40,12 +42,12 @@ DWORD LastErrno()
     return ErrorFromErrno(errno);
 }
 
-struct flock RequestOf(ObjectByte byte, int type)
+struct flock RequestOf(std::int64_t byte, int type)
 {
     struct flock lock = {};
     lock.l_type = static_cast<short>(type);
     lock.l_whence = SEEK_SET;
-    lock.l_start = static_cast<off_t>(byte);
+    lock.l_start = byte;
     lock.l_len = 1;
     return lock;
 }
@@ -214,7 +216,7 @@ void ObjectFile::FreeMemory() const
     Retried([&] { return fallocate(m_file, kMode, 0, kMoreThanAll); });
 }
 
-DWORD ObjectFile::Lock(ObjectByte byte, int type) const
+DWORD ObjectFile::Lock(std::int64_t byte, int type) const
 {
     struct flock lock = RequestOf(byte, type);
     if (Retried([&] { return fcntl(m_file, F_OFD_SETLK, &lock); }) == 0) {
@@ -225,20 +227,42 @@ DWORD ObjectFile::Lock(ObjectByte byte, int type) const
 
 DWORD ObjectFile::LockForWriting(ObjectByte byte) const
 {
-    return Lock(byte, F_WRLCK);
+    return Lock(static_cast<std::int64_t>(byte), F_WRLCK);
 }
 
 DWORD ObjectFile::LockForReading(ObjectByte byte) const
 {
-    return Lock(byte, F_RDLCK);
+    return Lock(static_cast<std::int64_t>(byte), F_RDLCK);
 }
 
 void ObjectFile::Unlock(ObjectByte byte) const
 {
-    Lock(byte, F_UNLCK);
+    Lock(static_cast<std::int64_t>(byte), F_UNLCK);
 }
 
 ObjectFile::Others ObjectFile::OthersAt(ObjectByte byte) const
+{
+    return OthersAtByte(static_cast<std::int64_t>(byte));
+}
+
+DWORD ObjectFile::TakeSlot(std::uint32_t* slot) const
+{
+    for (std::uint32_t number = 0; number < kSlots; ++number) {
+        const DWORD error = Lock(kFirstSlot + number, F_WRLCK);
+        if (error != kTryAgain) {
+            *slot = number;
+            return error;
+        }
+    }
+    return ERROR_GEN_FAILURE;
+}
+
+bool ObjectFile::IsSlotTaken(std::uint32_t slot) const
+{
+    return OthersAtByte(kFirstSlot + slot) != Others::None;
+}
+
+ObjectFile::Others ObjectFile::OthersAtByte(std::int64_t byte) const
 {
     struct flock lock = RequestOf(byte, F_WRLCK);
     if (Retried([&] { return fcntl(m_file, F_OFD_GETLK, &lock); }) != 0 || lock.l_type == F_UNLCK) {

@@ -18,6 +18,7 @@ enum class NamedKind : std::uint32_t
 {
     Semaphore = 1,
     Section = 2,
+    Mutex = 3,
 };
 
 // What the creator of an object chooses. A kind takes what it needs.
@@ -108,6 +109,12 @@ public:
     };
     Others OthersAt(ObjectByte byte) const;
 
+    // A number that no other open file has as long as this one is open, mapped or shared: what is
+    // left of a holder who has been killed is known by it.
+    DWORD TakeSlot(std::uint32_t* slot) const;
+    // Whether another open file has it.
+    bool IsSlotTaken(std::uint32_t slot) const;
+
     // Error 6 for what is no plain file.
     DWORD Look(FileState* state) const;
     // Whether the path still leads to this file.
@@ -123,7 +130,8 @@ public:
     int Release() { return std::exchange(m_file, -1); }
 
 private:
-    DWORD Lock(ObjectByte byte, int type) const;
+    DWORD Lock(std::int64_t byte, int type) const;
+    Others OthersAtByte(std::int64_t byte) const;
     DWORD Allocate(std::uint64_t size) const;
     void Admit(Audience audience) const;
 

@@ -16,13 +16,6 @@ namespace
 constexpr DWORD kAllAccess = 0x1F0003;
 constexpr DWORD kSlice = 200; // ms
 
-Deadline EndOfSlice(const Deadline& deadline)
-{
-    const Deadline slice = Deadline::After(kSlice);
-    const bool isSooner = !deadline.IsForever() && deadline.Nanoseconds() < slice.Nanoseconds();
-    return isSooner ? deadline : slice;
-}
-
 } // namespace
 
 DWORD NamedSemaphore::Open(const SECURITY_ATTRIBUTES* attributes, LONG initialCount,
@@ -88,7 +81,7 @@ DWORD NamedSemaphore::Wait(const Deadline& deadline)
     }
     while (!deadline.HasPassed()) {
         if (seen == kMaySleep || word.compare_exchange_strong(seen, kMaySleep)) {
-            SharedFutexWaitUntil(word, kMaySleep, EndOfSlice(deadline));
+            SharedFutexWaitUntil(word, kMaySleep, deadline.OrAfter(kSlice));
             seen = word.load(std::memory_order_relaxed);
         }
         if (Take(word, seen, kMaySleep)) {

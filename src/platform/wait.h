@@ -12,7 +12,9 @@ namespace qv::platform
 {
 
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
+inline constexpr DWORD WAIT_ABANDONED = 0x80;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+inline constexpr DWORD ERROR_NOT_OWNER = 288;
 inline constexpr DWORD ERROR_TOO_MANY_POSTS = 298;
 inline constexpr DWORD ERROR_TIMEOUT = 1460;
 
@@ -22,6 +24,7 @@ enum class ObjectKind : std::uint8_t
     AutoEvent,
     Semaphore,
     NamedSemaphore,
+    NamedMutex,
     Thread,
 };
 
@@ -33,7 +36,8 @@ public:
     KernelObject& operator=(const KernelObject&) = delete;
 
     ObjectKind Kind() const { return m_kind; }
-    // WAIT_OBJECT_0; WAIT_TIMEOUT; WAIT_FAILED with the last error set.
+    // WAIT_OBJECT_0, or WAIT_ABANDONED of a mutex; WAIT_TIMEOUT; WAIT_FAILED with the last error
+    // set.
     virtual DWORD Wait(const Deadline& deadline) = 0;
     // Gives up what the handle stands for; the object is not to be used afterwards.
     virtual void Close() = 0;
@@ -81,7 +85,14 @@ extern "C"
     // Errors: 298 if the count would pass its maximum, and nothing changes; 87 for a count below 1;
     // 6 for what is no semaphore. The previous count may be null.
     BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount);
-    // WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED with error 6.
+    // A mutex that processes share. It belongs to the handle that took it, not to a thread, and
+    // does not nest. When the process of its owner dies, the next wait takes it and gives
+    // WAIT_ABANDONED: what it guards is as it was left. Named, and not owned at first. Errors as
+    // for a semaphore.
+    HANDLE CreateMutexA(const SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, const char* name);
+    // Errors: 288 unless it belongs to this handle; 6 for what is no mutex.
+    BOOL ReleaseMutex(HANDLE mutex);
+    // As KernelObject::Wait. Error 6 for null.
     DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
     // Error 6 for null.
     BOOL CloseHandle(HANDLE object);
