@@ -15,6 +15,7 @@ run:
 	cmake --preset release
 	cmake --build --preset release --target host
 	build/release/examples/host/host $(TEXTS)
+	build/release/examples/host/host --settings
 
 test:
 	@scripts/bootstrap test
@@ -32,6 +33,7 @@ bench:
 	cmake --preset bench
 	cmake --build --preset bench
 	build/bench/bench/qvcore6_bench --benchmark_filter=.
+	build/bench/bench/qvcore6_inside_bench --benchmark_filter=.
 
 # PREFIX and DESTDIR as usual. A copy for the whole system gets the store that all users share.
 install: all

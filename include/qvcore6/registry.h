@@ -52,6 +52,10 @@
 #define QV_REGTYPE_EXPAND_STRING UINT32_C(4) /* text with %NAME%; reads back as a string */
 #define QV_REGTYPE_MULTI_STRING UINT32_C(5)  /* texts, each with its terminator, and one more */
 
+/* Stores of the whole configuration, for QVRegistryMigrate. */
+#define QV_STORE_NATIVE UINT32_C(0) /* what all other functions here work on */
+#define QV_STORE_INI UINT32_C(1)    /* the text file "qvregistry.ini" in the current folder */
+
 /* An enumeration; QV_REG_ENUM_NONE (all bits set) stands for none. */
 typedef struct QVRegEnumTag* QVRegEnum;
 #define QV_REG_ENUM_NONE QV_NO_HANDLE_(QVRegEnum)
@@ -133,6 +137,27 @@ QV_EXPORT QVRESULT QVRegistryDeleteValue(uint32_t root, const QVWChar* keyPath,
  * test for 0, not for the sign.
  */
 QV_EXPORT QVRESULT QVRegistryDeleteKey(uint32_t root, const QVWChar* keyPath);
+
+/*
+ * Copies the configuration of all roots from one store to the other; both may be the same. Of the
+ * user's root only the calling user's part is seen in the ini file. reserved1 and reserved2 have no
+ * effect.
+ *
+ * Values of the same name are overwritten, and nothing else is deleted in either store, but that
+ * the ini file goes after all of it has been moved. Into the ini file only texts are carried,
+ * expanded ones as they are expanded now. A value stays behind, without a report, if it has more
+ * than 2,048 bytes, or a type that the target does not take, or cannot be read or written; so do
+ * names of 256 units and more, with what comes after them in their key. A key without values leaves
+ * no trace. The ini file also stays if a part of it could not be read; docs/guarantees.md says when
+ * that is.
+ *
+ * Other threads and processes may use both stores meanwhile: what they change is copied or not.
+ * S_OK; 0x80004007 (QV_E_UNKNOWN_STORE_KIND) for another kind of store; E_ACCESSDENIED while
+ * another migration of this process runs; E_OUTOFMEMORY; or the code of what stopped the walk: what
+ * was copied until then is in the target, and the ini file is still there.
+ */
+QV_EXPORT QVRESULT QVRegistryMigrate(uint32_t fromKind, uint32_t reserved1, uint32_t toKind,
+                                     uint32_t reserved2);
 
 QV_END_DECLS
 

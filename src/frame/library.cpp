@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "component/module_manager.h"
+#include "config/migration.h"
 #include "frame/boundary.h"
 #include "frame/client_data.h"
 #include "frame/debug_lock.h"
@@ -180,6 +181,7 @@ void ForkNotification(ForkStage stage)
     case ForkStage::Child:
         tables.Backwards([](auto& table) { table.ChildAfterFork(); });
         core::FreeDebugLockInChild();
+        core::ForgetMigration();
         break;
     }
 }

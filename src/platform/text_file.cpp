@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -149,8 +150,9 @@ int _chsize_s(int file, std::int64_t size)
 int _stat64i32(const char* path, FileStatus* status)
 {
     return OrFailed([&] {
-        struct stat found = {};
-        const int result = stat(SlashesOf(path).c_str(), &found);
+        struct stat found;
+        const bool isPlain = std::strchr(path, '\\') == nullptr; // nearly always: no copy then
+        const int result = stat(isPlain ? path : SlashesOf(path).c_str(), &found);
         return TellStatus(result, found, status);
     });
 }
