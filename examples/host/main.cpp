@@ -22,6 +22,7 @@
 #include "options.h"
 #include "progress.h"
 #include "report.h"
+#include "settings.h"
 #include "store.h"
 
 namespace
@@ -56,7 +57,7 @@ fs::path StateFolder(const Options& options, const fs::path& programFolder)
         return fs::absolute(options.stateFolder);
     }
     const char* const chosen = std::getenv("QVCORE6_STATE_DIR");
-    return chosen != nullptr && *chosen != '\0' ? fs::path(chosen) : programFolder / "state";
+    return chosen != nullptr && *chosen != '\0' ? fs::absolute(chosen) : programFolder / "state";
 }
 
 fs::path ComponentFolder(const Options& options, const fs::path& programFolder)
@@ -98,10 +99,10 @@ std::vector<TextClass> ReadyClasses(const Options& options, const fs::path& comp
     return ready;
 }
 
-std::size_t ThreadCount(const Options& options, std::size_t files)
+std::size_t ThreadCount(const Settings& settings, std::size_t files)
 {
     const std::size_t wanted =
-        options.threads != 0 ? options.threads : std::thread::hardware_concurrency();
+        settings.threads != 0 ? settings.threads : std::thread::hardware_concurrency();
     return std::clamp<std::size_t>(wanted, 1, files);
 }
 
@@ -147,6 +148,20 @@ int Run(const Options& options, const char* program)
         PrintProblem("there is no store: " + problem);
         return 1;
     }
+    if (options.showSettings) {
+        const Problem failed = ShowSettings(state.string());
+        if (!failed.empty()) {
+            PrintProblem(failed);
+        }
+        return failed.empty() ? 0 : 1;
+    }
+    Settings settings = ReadSettings();
+    if (options.threads != 0) {
+        settings.threads = options.threads;
+    }
+    if (!settings.lastRun.empty()) {
+        std::printf("The last run was at %s\n\n", Shown(settings.lastRun).c_str());
+    }
     std::printf("Classes, registered in %s\n", Shown(state.string()).c_str());
     bool good = true;
     const std::vector<TextClass> classes =
@@ -166,7 +181,7 @@ int Run(const Options& options, const char* program)
     }
     const std::size_t count = files.size();
     Progress progress(static_cast<uint32_t>(count), ownProgram.u16string());
-    Crew crew(files, classes, ThreadCount(options, count), progress);
+    Crew crew(files, classes, ThreadCount(settings, count), progress);
     std::size_t done = 0;
     for (std::size_t file = 0; file < count; ++file) {
         done += Print(crew.Await(file)) ? 1 : 0;
@@ -179,6 +194,11 @@ int Run(const Options& options, const char* program)
     std::printf("\nA second process saw\n%s", progress.Finish().c_str());
     const fs::path statistics =
         options.statisticsFile.empty() ? state / "lockstats.csv" : fs::path(options.statisticsFile);
+    const Problem unsaved = WriteSettings(settings);
+    if (!unsaved.empty()) {
+        PrintProblem(unsaved);
+        good = false;
+    }
     good = ReportLock("files to do", crew.QueueMutex(), statistics) && good;
     return good && done == count ? 0 : 1;
 }

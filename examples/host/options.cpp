@@ -53,6 +53,8 @@ Options ReadOptions(int count, char** arguments)
             onlyFiles = true;
         } else if (list[i] == "--help" || list[i] == "-h") {
             options.help = true;
+        } else if (list[i] == "--settings") {
+            options.showSettings = true;
         } else if (TakeValue(list, i, "--state", value, options.error)) {
             options.stateFolder = value;
         } else if (TakeValue(list, i, "--components", value, options.error)) {
@@ -69,8 +71,8 @@ Options ReadOptions(int count, char** arguments)
             options.error = "unknown option " + list[i];
         }
     }
-    if (options.error.empty() && !options.help && options.watched.empty() &&
-        options.files.empty()) {
+    if (options.error.empty() && !options.help && !options.showSettings &&
+        options.watched.empty() && options.files.empty()) {
         options.error = "no file to look at";
     }
     return options;
@@ -79,6 +81,7 @@ Options ReadOptions(int count, char** arguments)
 std::string HelpText()
 {
     return R"(Usage: host [OPTION]... FILE...
+       host --settings [--state DIR]
 
 Looks at each FILE, at all files in a FILE that is a folder, or at the standard
 input for "-", with the classes of two components, a text counter written in C++
@@ -92,12 +95,14 @@ they are, and another program counts the words of the first file.
                      in the folder "state" beside this program
   --components DIR   where the components' libraries are; without it in the
                      folder "components" beside this program's own folder
-  --threads N        how many threads share the files, 1 to 64; without it one for
-                     each processor
+  --threads N        how many threads share the files, 1 to 64; without it as many
+                     as the last time, and one for each processor at first
   --stats FILE       append the lock statistics to FILE, as comma-separated
                      lines; without it to "lockstats.csv" beside the store
   --class NAME       look at the files with this class too, if it is registered
                      in the store; may be given more than once
+  --settings         moves what the store holds to an ini file, shows that, and
+                     moves it back
   --                 what follows are files, even if they start with "-"
   -h, --help         this text
 

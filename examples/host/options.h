@@ -11,12 +11,13 @@ namespace host
 struct Options
 {
     bool help = false;
+    bool showSettings = false;
     std::string error; // what is wrong with the command line, in words
     std::string stateFolder;
     std::string componentFolder;
     std::string statisticsFile;
     std::string watched;                  // be the second process for the counter of this name
-    std::size_t threads = 0;              // 0: as many as there are processors
+    std::size_t threads = 0;              // 0: as remembered
     std::vector<std::string> moreClasses; // ProgIDs beside those of the example
     std::vector<std::string> files;       // and folders
 };

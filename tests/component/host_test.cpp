@@ -54,6 +54,11 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
         {"--components " + sham + " " + good, 1, sham + "/text_counter.so is no component"},
         {"--stats /dev/full " + good, 1, "lock statistics cannot be written to /dev/full"},
         {"--threads 65 " + good, 2, "--threads needs a number from 1 to 64"},
+        {"--threads 2 " + good + " " + words + " && " QV_TEST_HOST " --state '" + kFolder +
+             "/state' " + words + " " + words,
+         0, "\n2 of 2 files done, by 2 threads ("}, // as remembered
+        {"--settings", 0, "\\Example\\Host]\n Last run=20"},
+        {"--settings", 0, "\nAll of it is back in the store.\n"},
         {"", 2, "no file to look at (try --help)"},
     };
     const std::string output = kFolder + "/output";
