@@ -18,6 +18,7 @@
 
 #include "config/fresh_state.h"
 #include "config/ini_store.h"
+#include "config/native_key.h"
 #include "config/reg_key.h"
 #include "frame/exception.h"
 #include "frame/facts.h"
@@ -27,6 +28,7 @@
 
 using namespace qv::test;
 using namespace qv::core;
+namespace platform = qv::platform;
 namespace fs = std::filesystem;
 
 namespace
@@ -279,7 +281,14 @@ TEST_F(Migration, CarriesWhatTheTargetTakes)
             }
         }
     };
+    // What can be read, but not written.
+    const Value number = {QV_REGTYPE_QWORD, "12345678"};
+    NativeKey key;
+    key.Open(MapRoot(QV_HKEY_CONFIG).key, u"k", platform::KEY_ALL_ACCESS);
+    platform::RegSetValueExW(key.Get(), u"q", 0, platform::REG_QWORD, "12345678", 8);
+    key.Close();
     EXPECT_EQ(S_OK, QVRegistryMigrate(QV_STORE_NATIVE, 1, QV_STORE_NATIVE, 2));
+    EXPECT_EQ(number, Get(QV_HKEY_CONFIG, u"k", u"q"));
     expect([](auto& row) { return row.native2; });
     EXPECT_EQ(S_OK, QVRegistryMigrate(QV_STORE_NATIVE, 0, QV_STORE_INI, 0));
     expect([](auto& row) { return row.native2; });
@@ -287,6 +296,7 @@ TEST_F(Migration, CarriesWhatTheTargetTakes)
     EXPECT_EQ(S_OK, QVRegistryMigrate(QV_STORE_INI, 0, QV_STORE_NATIVE, 0));
     EXPECT_FALSE(fs::exists(kFile));
     expect([](auto& row) { return row.ini; });
+    EXPECT_EQ((Value{99, ""}), Get(QV_HKEY_CONFIG, u"k", u"q"));
     // Without a file there is nothing to move.
     EXPECT_EQ(S_OK, QVRegistryMigrate(QV_STORE_INI, 0, QV_STORE_NATIVE, 0));
     expect([](auto& row) { return row.ini; });
