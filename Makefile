@@ -32,8 +32,8 @@ bench:
 	@scripts/bootstrap bench
 	cmake --preset bench
 	cmake --build --preset bench
-	build/bench/bench/qvcore6_bench --benchmark_filter=.
-	build/bench/bench/qvcore6_inside_bench --benchmark_filter=.
+	build/release/bench/qvcore6_bench --benchmark_filter=.
+	build/release/bench/qvcore6_inside_bench --benchmark_filter=.
 
 # PREFIX and DESTDIR as usual. A copy for the whole system gets the store that all users share.
 install: all
