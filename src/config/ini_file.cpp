@@ -80,6 +80,11 @@ private:
     int m_file;
 };
 
+bool IsMissing(DWORD error)
+{
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
 // Puts the text in the place of what the file holds, without ever emptying it: a process that is
 // killed here leaves the old text, the new one, or the old one with a piece of the new one behind
 // its last section. A full disk is met before anything is overwritten. Only within a write of
@@ -120,8 +125,9 @@ int IniFile::SetValue(const QVWChar* section, const QVWChar* key, const QVWChar*
     Refresh();
     const bool isSet = overwrite || !HasValue(section, key);
     if (isSet) {
-        m_isSaved = false;
-        m_text.Update(m_sections, m_sections.Set(section, key, value));
+        const IniTable::Place place = m_sections.Set(section, key, value);
+        m_isSaved = false; // also if what follows throws
+        m_text.Update(m_sections, place);
         Save();
     }
     hold.Release();
@@ -172,6 +178,7 @@ void IniFile::Refresh()
 {
     FileStatus status;
     if (_stat64i32(m_path.c_str(), &status) != 0) {
+        m_isReadable = m_isReadable || IsMissing(GetLastError()); // nothing is left to be kept
         return;
     }
     if (status.modified > m_lastModified) {
@@ -206,8 +213,7 @@ bool IniFile::Read(Content* content) const
 {
     const TextFile file(m_path, kReadText);
     if (!file.IsOpen()) {
-        const DWORD error = GetLastError();
-        return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        return IsMissing(GetLastError());
     }
     std::string text;
     if (!file.ReadAll(&text)) {

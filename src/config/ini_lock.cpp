@@ -1,12 +1,10 @@
 #include "config/ini_lock.h"
 
-#include <qvcore6/security.h>
 #include <qvcore6/thread.h>
 
-#include <memory>
-
 #include "frame/exception.h"
-#include "platform/security.h"
+#include "locks/restricted_attributes.h"
+#include "platform/error.h"
 
 namespace qv::core
 {
@@ -17,23 +15,17 @@ namespace
 constexpr char kName[] = "QVCore_IniFileLock";
 constexpr char kOwnerName[] = "OWN:QVCore_IniFileLock";
 
-// For every authenticated user, as the semaphore is.
-platform::HANDLE OpenOwner()
+// For every authenticated user, as the semaphore is. Held if it is new.
+platform::HANDLE OpenOwner(bool& isNew)
 {
     constexpr platform::DWORD kMutexAllAccess = 0x1F0001;
-    QVSecurityDescriptor descriptor;
-    void* list = nullptr;
-    const QVRESULT built = QVWinBuildRestrictedSD(&descriptor, kMutexAllAccess, &list);
-    const std::unique_ptr<void, decltype(&QVWinFreeRestrictedSD)> freed(list,
-                                                                        &QVWinFreeRestrictedSD);
-    ThrowIfFailed(built);
-    const platform::SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor,
-                                                      platform::kTrue};
+    const RestrictedAttributes attributes(kMutexAllAccess);
     platform::HANDLE const owner =
-        platform::CreateMutexA(&attributes, platform::kFalse, kOwnerName);
+        platform::CreateMutexA(attributes.Get(), platform::kTrue, kOwnerName);
     if (owner == nullptr) {
         ThrowLastError();
     }
+    isNew = platform::GetLastError() != platform::ERROR_ALREADY_EXISTS;
     return owner;
 }
 
@@ -41,10 +33,18 @@ platform::HANDLE OpenOwner()
 
 IniLock::IniLock()
 {
-    m_owner = OpenOwner();
+    bool isNew = false;
+    m_owner = OpenOwner(isNew);
     if (const QVRESULT result = QVNamedSemOpen(kName, 1, &m_semaphore); result < 0) {
         platform::CloseHandle(m_owner);
         throw EQVCoreException(result);
+    }
+    // The mutex of a dead owner who was its only user has gone with him. So nobody gets a new one
+    // before this is settled.
+    if (isNew && WaitInPlaceOfDead() >= 0) {
+        Release();
+    } else if (isNew) {
+        platform::ReleaseMutex(m_owner); // no unit was taken
     }
 }
 
@@ -57,14 +57,12 @@ IniLock::~IniLock()
 void IniLock::Acquire()
 {
     const platform::DWORD waited = platform::WaitForSingleObject(m_owner, platform::INFINITE);
-    if (waited == platform::WAIT_ABANDONED) {
-        AcquireFromDead();
-        return;
-    }
-    if (waited != platform::WAIT_OBJECT_0) {
+    if (waited != platform::WAIT_OBJECT_0 && waited != platform::WAIT_ABANDONED) {
         ThrowLastError();
     }
-    if (const QVRESULT result = QVSemaphoreWait(m_semaphore); result < 0) {
+    const QVRESULT result =
+        waited == platform::WAIT_ABANDONED ? WaitInPlaceOfDead() : QVSemaphoreWait(m_semaphore);
+    if (result < 0) {
         platform::ReleaseMutex(m_owner);
         throw EQVCoreException(result);
     }
@@ -72,30 +70,23 @@ void IniLock::Acquire()
 
 // Who uses the semaphore alone, without the mutex, may have its unit at this moment. If nobody
 // gives it back in a while, it is the dead one's, and is held in his stead.
-void IniLock::AcquireFromDead()
+QVRESULT IniLock::WaitInPlaceOfDead()
 {
+    constexpr QVRESULT kNoUnit = E_FAIL;
     constexpr int kPatience = 1000; // ms
-    for (int waited = 0; waited < kPatience && QVSemaphoreTryWait(m_semaphore) < 0; ++waited) {
+    QVRESULT result = QVSemaphoreTryWait(m_semaphore);
+    for (int waited = 0; waited < kPatience && result == kNoUnit; ++waited) {
         QVSleep(1);
+        result = QVSemaphoreTryWait(m_semaphore);
     }
+    return result == kNoUnit ? S_OK : result;
 }
 
-void IniLock::Release()
+QVRESULT IniLock::Release()
 {
     const QVRESULT result = QVSemaphorePost(m_semaphore);
     platform::ReleaseMutex(m_owner);
-    ThrowIfFailed(result);
-}
-
-IniLockHold::~IniLockHold()
-{
-    if (m_lock != nullptr) {
-        try {
-            m_lock->Release();
-        } catch (const EQVCoreException&) {
-            // What is on its way out says more.
-        }
-    }
+    return result;
 }
 
 } // namespace qv::core

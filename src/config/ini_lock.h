@@ -3,6 +3,7 @@
 
 #include <qvcore6/semaphore.h>
 
+#include "frame/exception.h"
 #include "platform/wait.h"
 
 namespace qv::core
@@ -21,12 +22,12 @@ public:
     IniLock(const IniLock&) = delete;
     IniLock& operator=(const IniLock&) = delete;
 
-    // Both throw EQVCoreException. It does not nest.
+    // Throws EQVCoreException. It does not nest.
     void Acquire();
-    void Release();
+    QVRESULT Release();
 
 private:
-    void AcquireFromDead();
+    QVRESULT WaitInPlaceOfDead();
 
     QVSemaphore m_semaphore = QV_SEMAPHORE_NONE;
     platform::HANDLE m_owner = nullptr;
@@ -38,7 +39,13 @@ class IniLockHold
 {
 public:
     explicit IniLockHold(IniLock& lock) : m_lock(&lock) { lock.Acquire(); }
-    ~IniLockHold();
+    // By an exception, which says more than a failing release.
+    ~IniLockHold()
+    {
+        if (m_lock != nullptr) {
+            m_lock->Release();
+        }
+    }
     IniLockHold(const IniLockHold&) = delete;
     IniLockHold& operator=(const IniLockHold&) = delete;
 
@@ -46,7 +53,7 @@ public:
     {
         IniLock* const lock = m_lock;
         m_lock = nullptr;
-        lock->Release();
+        ThrowIfFailed(lock->Release());
     }
 
 private:

@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "config/ini_store.h"
 #include "frame/exception.h"
 
 namespace qv::core
@@ -45,9 +44,11 @@ bool CRegKey::HasNextKey()
     }
     QVWChar name[kNameSize];
     std::uint32_t size = kNameSize;
-    if (!m_hasPendingKey && EnumNextKey(name, &size) >= 0) {
+    while (!m_hasPendingKey && EnumNextKey(name, &size) >= 0) {
         m_pendingKey.assign(name, size);
-        m_hasPendingKey = true;
+        // A sub-key of a root that has no name would be the root again, and the walk endless.
+        m_hasPendingKey = size != 0 || !m_path.empty();
+        size = kNameSize;
     }
     return m_hasPendingKey;
 }
@@ -116,109 +117,6 @@ void CRegKey::CopyTree(CRegKey& source, CRegKey& target)
         }
         below.pop_back();
     }
-}
-
-CNativeRegKey::~CNativeRegKey()
-{
-    for (const QVRegEnum handle : {m_keyEnum, m_valueEnum}) {
-        if (handle != QV_REG_ENUM_NONE) {
-            QVRegistryCloseEnum(handle);
-        }
-    }
-}
-
-QVRESULT CNativeRegKey::OpenKeyEnum()
-{
-    return QVRegistryOpenKeyEnum(m_root, m_path.c_str(), &m_keyEnum);
-}
-
-QVRESULT CNativeRegKey::EnumNextKey(QVWChar* name, std::uint32_t* nameSize)
-{
-    return QVRegistryEnumNextKey(m_keyEnum, name, nameSize);
-}
-
-QVRESULT CNativeRegKey::OpenValueEnum()
-{
-    return QVRegistryOpenValueEnum(m_root, m_path.c_str(), &m_valueEnum);
-}
-
-QVRESULT CNativeRegKey::EnumNextValue(QVWChar* name, std::uint32_t* nameSize)
-{
-    return QVRegistryEnumNextValue(m_valueEnum, name, nameSize, nullptr, nullptr, nullptr);
-}
-
-QVRESULT CNativeRegKey::CloseEnum(QVRegEnum handle)
-{
-    return QVRegistryCloseEnum(handle);
-}
-
-RefPtr<CRegKey> CNativeRegKey::CreateKey(std::uint32_t root, const QVWChar* path)
-{
-    return RefPtr<CRegKey>(new CNativeRegKey(root, path));
-}
-
-QVRESULT CNativeRegKey::GetValue(const QVWChar* valueName, std::uint32_t* typeOut, void* data,
-                                 std::uint32_t* dataSize)
-{
-    return QVRegistryGetValue(m_root, m_path.c_str(), valueName, typeOut, data, dataSize);
-}
-
-QVRESULT CNativeRegKey::SetValue(std::uint32_t root, const QVWChar* keyPath,
-                                 const QVWChar* valueName, std::uint32_t type, const void* data,
-                                 std::uint32_t size)
-{
-    return QVRegistrySetValue(root, keyPath, valueName, type, data, size);
-}
-
-CIniRegKey::~CIniRegKey()
-{
-    for (const QVRegEnum handle : {m_keyEnum, m_valueEnum}) {
-        if (handle != QV_REG_ENUM_NONE) {
-            registry::CloseEnum(handle);
-        }
-    }
-}
-
-QVRESULT CIniRegKey::OpenKeyEnum()
-{
-    return registry::OpenKeyEnum(m_root, m_path.c_str(), &m_keyEnum);
-}
-
-QVRESULT CIniRegKey::EnumNextKey(QVWChar* name, std::uint32_t* nameSize)
-{
-    return registry::EnumNextKey(m_keyEnum, name, nameSize);
-}
-
-QVRESULT CIniRegKey::OpenValueEnum()
-{
-    return registry::OpenValueEnum(m_root, m_path.c_str(), &m_valueEnum);
-}
-
-QVRESULT CIniRegKey::EnumNextValue(QVWChar* name, std::uint32_t* nameSize)
-{
-    return registry::EnumNextValue(m_valueEnum, name, nameSize, nullptr, nullptr, nullptr);
-}
-
-QVRESULT CIniRegKey::CloseEnum(QVRegEnum handle)
-{
-    return registry::CloseEnum(handle);
-}
-
-RefPtr<CRegKey> CIniRegKey::CreateKey(std::uint32_t root, const QVWChar* path)
-{
-    return RefPtr<CRegKey>(new CIniRegKey(root, path));
-}
-
-QVRESULT CIniRegKey::GetValue(const QVWChar* valueName, std::uint32_t* typeOut, void* data,
-                              std::uint32_t* dataSize)
-{
-    return registry::GetValue(m_root, m_path.c_str(), valueName, typeOut, data, dataSize);
-}
-
-QVRESULT CIniRegKey::SetValue(std::uint32_t root, const QVWChar* keyPath, const QVWChar* valueName,
-                              std::uint32_t type, const void* data, std::uint32_t size)
-{
-    return registry::SetValue(root, keyPath, valueName, type, data, size);
 }
 
 } // namespace qv::core

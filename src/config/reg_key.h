@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "config/ini_store.h"
 #include "frame/ref_counted.h"
 
 namespace qv::core
@@ -60,40 +61,72 @@ private:
     std::u16string m_pendingValue;
 };
 
-class CNativeRegKey final : public CRegKey
+// The calls of a store, with the arguments of the operations above.
+struct StoreCalls
+{
+    decltype(&QVRegistryOpenKeyEnum) openKeyEnum;
+    decltype(&QVRegistryEnumNextKey) enumNextKey;
+    decltype(&QVRegistryOpenValueEnum) openValueEnum;
+    decltype(&QVRegistryEnumNextValue) enumNextValue;
+    decltype(&QVRegistryCloseEnum) closeEnum;
+    decltype(&QVRegistryGetValue) getValue;
+    decltype(&QVRegistrySetValue) setValue;
+};
+
+template <const StoreCalls& store> class StoreRegKey final : public CRegKey
 {
 public:
     using CRegKey::CRegKey;
-    ~CNativeRegKey() override;
+    ~StoreRegKey() override
+    {
+        for (const QVRegEnum handle : {m_keyEnum, m_valueEnum}) {
+            if (handle != QV_REG_ENUM_NONE) {
+                store.closeEnum(handle);
+            }
+        }
+    }
 
-    QVRESULT OpenKeyEnum() override;
-    QVRESULT EnumNextKey(QVWChar* name, std::uint32_t* nameSize) override;
-    QVRESULT OpenValueEnum() override;
-    QVRESULT EnumNextValue(QVWChar* name, std::uint32_t* nameSize) override;
-    QVRESULT CloseEnum(QVRegEnum handle) override;
-    RefPtr<CRegKey> CreateKey(std::uint32_t root, const QVWChar* path) override;
+    QVRESULT OpenKeyEnum() override
+    {
+        return store.openKeyEnum(m_root, m_path.c_str(), &m_keyEnum);
+    }
+    QVRESULT EnumNextKey(QVWChar* name, std::uint32_t* nameSize) override
+    {
+        return store.enumNextKey(m_keyEnum, name, nameSize);
+    }
+    QVRESULT OpenValueEnum() override
+    {
+        return store.openValueEnum(m_root, m_path.c_str(), &m_valueEnum);
+    }
+    QVRESULT EnumNextValue(QVWChar* name, std::uint32_t* nameSize) override
+    {
+        return store.enumNextValue(m_valueEnum, name, nameSize, nullptr, nullptr, nullptr);
+    }
+    QVRESULT CloseEnum(QVRegEnum handle) override { return store.closeEnum(handle); }
+    RefPtr<CRegKey> CreateKey(std::uint32_t root, const QVWChar* path) override
+    {
+        return RefPtr<CRegKey>(new StoreRegKey(root, path));
+    }
     QVRESULT GetValue(const QVWChar* valueName, std::uint32_t* typeOut, void* data,
-                      std::uint32_t* dataSize) override;
+                      std::uint32_t* dataSize) override
+    {
+        return store.getValue(m_root, m_path.c_str(), valueName, typeOut, data, dataSize);
+    }
     QVRESULT SetValue(std::uint32_t root, const QVWChar* keyPath, const QVWChar* valueName,
-                      std::uint32_t type, const void* data, std::uint32_t size) override;
+                      std::uint32_t type, const void* data, std::uint32_t size) override
+    {
+        return store.setValue(root, keyPath, valueName, type, data, size);
+    }
 };
 
-class CIniRegKey final : public CRegKey
-{
-public:
-    using CRegKey::CRegKey;
-    ~CIniRegKey() override;
+inline constexpr StoreCalls kNativeCalls = {
+    QVRegistryOpenKeyEnum, QVRegistryEnumNextKey, QVRegistryOpenValueEnum, QVRegistryEnumNextValue,
+    QVRegistryCloseEnum,   QVRegistryGetValue,    QVRegistrySetValue};
+inline constexpr StoreCalls kIniCalls = {
+    registry::OpenKeyEnum, registry::EnumNextKey, registry::OpenValueEnum, registry::EnumNextValue,
+    registry::CloseEnum,   registry::GetValue,    registry::SetValue};
 
-    QVRESULT OpenKeyEnum() override;
-    QVRESULT EnumNextKey(QVWChar* name, std::uint32_t* nameSize) override;
-    QVRESULT OpenValueEnum() override;
-    QVRESULT EnumNextValue(QVWChar* name, std::uint32_t* nameSize) override;
-    QVRESULT CloseEnum(QVRegEnum handle) override;
-    RefPtr<CRegKey> CreateKey(std::uint32_t root, const QVWChar* path) override;
-    QVRESULT GetValue(const QVWChar* valueName, std::uint32_t* typeOut, void* data,
-                      std::uint32_t* dataSize) override;
-    QVRESULT SetValue(std::uint32_t root, const QVWChar* keyPath, const QVWChar* valueName,
-                      std::uint32_t type, const void* data, std::uint32_t size) override;
-};
+using CNativeRegKey = StoreRegKey<kNativeCalls>;
+using CIniRegKey = StoreRegKey<kIniCalls>;
 
 } // namespace qv::core

@@ -1,13 +1,12 @@
-#include <qvcore6/security.h>
 #include <qvcore6/semaphore.h>
 
 #include <memory>
 #include <utility>
 
 #include "frame/boundary.h"
+#include "locks/restricted_attributes.h"
 #include "locks/wait_record.h"
 #include "platform/named_semaphore.h"
-#include "platform/security.h"
 #include "platform/unnamed_semaphore.h"
 
 using namespace qv::core;
@@ -47,14 +46,8 @@ QVRESULT Wait(QVSemaphore semaphore, DWORD milliseconds)
 HANDLE CreateNamed(LONG initialCount, const std::string& platformName)
 {
     constexpr DWORD kSemaphoreAllAccess = 0x1F0003;
-    QVSecurityDescriptor descriptor;
-    void* list = nullptr;
-    const QVRESULT built = QVWinBuildRestrictedSD(&descriptor, kSemaphoreAllAccess, &list);
-    const std::unique_ptr<void, decltype(&QVWinFreeRestrictedSD)> freed(list,
-                                                                        &QVWinFreeRestrictedSD);
-    ThrowIfFailed(built);
-    const SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, kTrue};
-    return CreateSemaphoreA(&attributes, initialCount, kMaximumCount, platformName.c_str());
+    const RestrictedAttributes attributes(kSemaphoreAllAccess);
+    return CreateSemaphoreA(attributes.Get(), initialCount, kMaximumCount, platformName.c_str());
 }
 
 } // namespace

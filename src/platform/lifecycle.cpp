@@ -115,6 +115,9 @@ void EndFork(ForkStage stage)
         ReleaseRecords();
         ReleaseProcesses(stage == ForkStage::Child);
         ReleaseFileLocks();
+        if (stage == ForkStage::Child) {
+            ForgetOwnSlots();
+        }
         ReleaseNamedObjects();
         ForkNotification(stage);
         t_forkIsTold = false;

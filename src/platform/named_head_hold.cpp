@@ -26,13 +26,18 @@ void NamedHeadHold::Close()
     const NoCancellation noCancellation;
     {
         const NamedObjectsHold locked;
-        (m_previous != nullptr ? m_previous->m_next : g_first) = m_next;
-        if (m_next != nullptr) {
-            m_next->m_previous = m_previous;
-        }
+        Unlist();
         Discard();
     }
     RemoveIfLast();
+}
+
+void NamedHeadHold::Unlist()
+{
+    (m_previous != nullptr ? m_previous->m_next : g_first) = m_next;
+    if (m_next != nullptr) {
+        m_next->m_previous = m_previous;
+    }
 }
 
 DWORD NamedHeadHold::Prepare(const ObjectFile& file, const NamedFacts& /*facts*/)
@@ -77,6 +82,16 @@ void CloseNamedObjects()
 {
     while (g_first != nullptr) {
         g_first->Close();
+    }
+}
+
+void ForgetOwnSlots()
+{
+    for (NamedHeadHold* hold = g_first; hold != nullptr; hold = hold->m_next) {
+        if (hold->m_slotKind == NamedHeadHold::Slot::Own) {
+            hold->Unlist();
+            hold->Discard();
+        }
     }
 }
 

@@ -18,7 +18,7 @@ constexpr DWORD kSlice = 50; // ms
 
 } // namespace
 
-DWORD NamedMutex::Open(const SECURITY_ATTRIBUTES* attributes, const char* name)
+DWORD NamedMutex::Open(const SECURITY_ATTRIBUTES* attributes, bool initialOwner, const char* name)
 {
     ObjectName wide;
     if (const DWORD error = wide.Widen(name)) {
@@ -29,9 +29,11 @@ DWORD NamedMutex::Open(const SECURITY_ATTRIBUTES* attributes, const char* name)
         .kind = NamedKind::Mutex,
         .mayCreate = true,
         .audience = AudienceOf(DescriptorOf(attributes), kAllAccess),
-        .content = {},
+        // Before others can find it: its maker has the first slot.
+        .content = {.word = initialOwner ? kFirstOwner : kNobody},
     });
-    if (NamedHead* const head = m_object.Head()) {
+    if (result == ERROR_ALREADY_EXISTS) {
+        NamedHead* const head = m_object.Head();
         std::uint32_t seen = head->word.load(std::memory_order_relaxed);
         while ((seen & kOwner) == Self() &&
                !head->word.compare_exchange_weak(seen, (seen & ~kOwner) | kDead)) {
@@ -104,12 +106,13 @@ bool NamedMutex::IsDead(std::uint32_t owner) const
 
 HANDLE CreateMutexA(const SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, const char* name)
 {
-    if (name == nullptr || initialOwner != kFalse) {
+    if (name == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     std::unique_ptr<NamedMutex> mutex(new (std::nothrow) NamedMutex);
-    const DWORD result = mutex != nullptr ? mutex->Open(attributes, name) : ERROR_OUTOFMEMORY;
+    const DWORD result = mutex != nullptr ? mutex->Open(attributes, initialOwner != kFalse, name)
+                                          : ERROR_OUTOFMEMORY;
     SetLastError(result);
     const bool isOpen = result == ERROR_SUCCESS || result == ERROR_ALREADY_EXISTS;
     return isOpen ? mutex.release() : nullptr;

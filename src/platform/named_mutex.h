@@ -20,10 +20,10 @@ class NamedMutex final : public KernelObject
 public:
     NamedMutex() : KernelObject(ObjectKind::NamedMutex) {}
 
-    // 0 and 183 as for NamedObject.
-    DWORD Open(const SECURITY_ATTRIBUTES* attributes, const char* name);
+    // 0 and 183 as for NamedObject. Only a new one gets an initial owner.
+    DWORD Open(const SECURITY_ATTRIBUTES* attributes, bool initialOwner, const char* name);
 
-    // 0, 288, or 6 after the module's end.
+    // 0, 288, or 6 after the module's end and in a forked child, which has to open its own.
     DWORD Release();
     DWORD Wait(const Deadline& deadline) override;
     void Close() override { delete this; }
@@ -36,6 +36,7 @@ private:
     static constexpr std::uint32_t kTurns = 0x7FF0'0000;
     static constexpr std::uint32_t kOwner = 0x000F'FFFF;
     static constexpr std::uint32_t kNobody = 0;
+    static constexpr std::uint32_t kFirstOwner = 1;
     static constexpr std::uint32_t kDead = kOwner; // whoever it was
 
     std::uint32_t Self() const { return m_object.SlotNumber() + 1; }

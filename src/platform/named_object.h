@@ -109,7 +109,8 @@ public:
     NamedHeadHold& operator=(const NamedHeadHold&) = delete;
 
     void Close();
-    // Null when nothing is held, as after the unload of the module.
+    // Null when nothing is held, as after the unload of the module. A hold with a number of its own
+    // is not handed on to a forked child, which would keep the number of a parent that was killed.
     NamedHead* Head() const { return m_head; }
     // This hold's number, if it has asked for one.
     std::uint32_t SlotNumber() const { return m_slot; }
@@ -118,6 +119,9 @@ public:
 
 private:
     friend void CloseNamedObjects();
+    friend void ForgetOwnSlots();
+
+    void Unlist();
 
     DWORD Prepare(const ObjectFile& file, const NamedFacts& facts) override;
     void Discard() override;
@@ -141,6 +145,8 @@ void HoldNamedObjects();
 void ReleaseNamedObjects();
 // Before a fork, with the lock held: from now on open files may be shared with a child.
 void CountFork();
+// In a forked child, with the lock held: the holds that are its parent's alone.
+void ForgetOwnSlots();
 
 class NamedObjectsHold
 {

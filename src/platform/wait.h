@@ -87,8 +87,8 @@ extern "C"
     BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount);
     // A mutex that processes share. It belongs to the handle that took it, not to a thread, and
     // does not nest. When the process of its owner dies, the next wait takes it and gives
-    // WAIT_ABANDONED: what it guards is as it was left. Named, and not owned at first. Errors as
-    // for a semaphore.
+    // WAIT_ABANDONED: what it guards is as it was left. Named; one that was there already gets no
+    // initial owner. Errors as for a semaphore.
     HANDLE CreateMutexA(const SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, const char* name);
     // Errors: 288 unless it belongs to this handle; 6 for what is no mutex.
     BOOL ReleaseMutex(HANDLE mutex);

@@ -1,22 +1,23 @@
 // The ini file: its text, its cycle of look, load and save, and what failures leave of it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <qvcore6/semaphore.h>
 #include <qvcore6/str.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "config/ini_file.h"
 #include "config/ini_iterators.h"
+#include "config/ini_support.h"
 #include "frame/exception.h"
 #include "platform/error.h"
 #include "platform/text_file.h"
@@ -26,6 +27,7 @@
 #include "text/ansi_string.h"
 
 using namespace qv::test;
+using qv::core::IniLock;
 using namespace std::string_literals;
 namespace fs = std::filesystem;
 
@@ -103,13 +105,6 @@ extern "C"
 namespace
 {
 
-std::string Read(const std::string& path)
-{
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
 class IniFileTest : public testing::Test
 {
 protected:
@@ -125,7 +120,7 @@ protected:
         Write(text);
         IniFile file(m_name.c_str());
         EXPECT_EQ(0, file.Save());
-        return Read(m_path);
+        return ReadFile(m_path);
     }
     std::u16string Value(IniFile& file, const char16_t* section, const char16_t* key)
     {
@@ -192,14 +187,14 @@ TEST_F(IniFileTest, SetsAndGetsValues)
     EXPECT_FALSE(fs::exists(m_path));
     EXPECT_EQ(0, file.SetValue(u"Net\\Ports", u"Main", u"42", false));
     EXPECT_EQ(-1, file.SetValue(u"NET\\ports", u"mAIN", u"43", false));
-    EXPECT_EQ("[Net\\Ports]\nMain=42\n\n", Read(m_path));
+    EXPECT_EQ("[Net\\Ports]\nMain=42\n\n", ReadFile(m_path));
     EXPECT_EQ(0, file.SetValue(u"net\\ports", u"main", u"4343", true));
     EXPECT_EQ(0, file.SetValue(u"Net", u"", u"", true));
     EXPECT_EQ(0, file.SetValue(u"zone", u"b", u"1", true));
     EXPECT_EQ(0, file.SetValue(u"zone", u"A", u"\xE9\u20AC", true));
     EXPECT_EQ(0, file.SetValue(u"Net\\Ports", u"Main", u"7", true));
     EXPECT_EQ("[Net]\n=\n\n[Net\\Ports]\nMain=7\n\n[zone]\nA=\xC3\xA9\xE2\x82\xAC\nb=1\n\n",
-              Read(m_path));
+              ReadFile(m_path));
     char16_t value[8] = u"before";
     std::size_t length = 0;
     EXPECT_EQ(QV_E_FILE_NOT_FOUND, file.GetValue(u"Net", u"Main", value, 8, &length));
@@ -281,13 +276,13 @@ TEST_F(IniFileTest, SeesChangesOfLaterSecondsOnly)
     fs::remove(m_path);
     expect(u"5");
     EXPECT_EQ(0, file.SetValue(u"a", u"l", u"6", true)); // brings it back
-    EXPECT_EQ("[a]\nk=5\nl=6\n\n", Read(m_path));
+    EXPECT_EQ("[a]\nk=5\nl=6\n\n", ReadFile(m_path));
     Write("[a]\nk=7\n\n", time(nullptr) + 5);
     expect(u"7");
     // What another one saves in the second that was seen last is lost.
     Write("[a]\nk=7\nl=8\n\n", time(nullptr) + 5);
     file.SetValue(u"a", u"k", u"9", true);
-    EXPECT_EQ("[a]\nk=9\n\n", Read(m_path));
+    EXPECT_EQ("[a]\nk=9\n\n", ReadFile(m_path));
 }
 
 // What is there and cannot be read is never written over.
@@ -318,14 +313,14 @@ TEST_F(IniFileTest, KeepsAFileThatItCannotReadOrSave)
     });
     EXPECT_TRUE(other.Succeeded());
     const std::string before = "[a]\nk=1\n\n[b]\nl=2\n\n";
-    EXPECT_EQ(before, Read(m_path));
+    EXPECT_EQ(before, ReadFile(m_path));
     // A disk that is full at any point of a save that makes the file longer.
     for (const long room : {0l, 5l, 1000l}) {
         IniFile file(m_name.c_str());
         g_room = room;
         file.SetValue(u"c", u"m", std::u16string(2000, u'x').c_str(), true);
         EXPECT_FALSE(file.IsSaved());
-        EXPECT_EQ(before, Read(m_path));
+        EXPECT_EQ(before, ReadFile(m_path));
         g_room = -1;
         file.SaveAgain();
         EXPECT_TRUE(file.IsSaved());
@@ -336,6 +331,9 @@ TEST_F(IniFileTest, KeepsAFileThatItCannotReadOrSave)
     fs::create_directory(m_path);
     IniFile folder(m_name.c_str());
     expect(folder, false);
+    fs::remove(m_path);
+    expect(folder, true); // nothing is in the way any more
+    EXPECT_EQ("[b]\nl=2\n\n", ReadFile(m_path));
     fs::remove(m_path);
     mkfifo(m_path.c_str(), 0600);
     IniFile pipe(m_name.c_str());
@@ -372,18 +370,37 @@ TEST_F(IniFileTest, HoldsItsLockThroughFailures)
                                [&](long, bool) {
                                    EXPECT_EQ(blocks, LiveBlocks());
                                    EXPECT_EQ(m_descriptors, CountDescriptors());
-                                   QVSemaphore lock;
-                                   QVNamedSemOpen("QVCore_IniFileLock", 1, &lock);
-                                   // Others on this machine may hold it, for a moment.
-                                   EXPECT_TRUE(
-                                       Becomes([&] { return QVNamedSemTryWait(lock) == S_OK; }));
-                                   QVNamedSemPost(lock);
-                                   QVNamedSemClose(lock);
-                                   const std::string text = Read(m_path);
+                                   EXPECT_TRUE(IniSemaphore().Takes());
+                                   const std::string text = ReadFile(m_path);
                                    EXPECT_EQ(0u, text.find("[a]\nk="));
                                    EXPECT_EQ("\n[bad\n", text.substr(text.size() - 6));
                                }),
               10);
+}
+
+// Also if the dead one's mutex has gone with him.
+TEST_F(IniFileTest, GivesBackWhatADeadOneHeld)
+{
+    for (const bool isShared : {true, false}) {
+        auto lock = isShared ? std::make_unique<IniLock>() : nullptr;
+        auto& isHeld = MakeShared<std::atomic<bool>>();
+        Child holder([&] {
+            IniLock own;
+            own.Acquire();
+            isHeld = true;
+            return pause() == 0;
+        });
+        ASSERT_TRUE(Becomes([&] { return isHeld.load(); }));
+        IniSemaphore semaphore;
+        holder.Kill();
+        const auto maker = isShared ? nullptr : std::make_unique<IniLock>();
+        lock = isShared ? std::move(lock) : std::make_unique<IniLock>();
+        lock->Acquire();
+        EXPECT_FALSE(semaphore.IsFree());
+        lock->Release();
+        EXPECT_TRUE(semaphore.Takes());
+        EXPECT_FALSE(semaphore.IsFree()); // one unit, not two
+    }
 }
 
 // Longer and shorter than what the file holds.
@@ -398,19 +415,19 @@ TEST_F(IniFileTest, IsTheOldFileOrTheNewOneAfterAFailingCall)
             try {
                 IniFile file(m_name.c_str());
                 file.SetValue(u"a", u"k", std::u16string(length, u'y').c_str(), true);
-                const std::string text = Read(m_path);
+                const std::string text = ReadFile(m_path);
                 // One that cannot be cut has the rest of the old text behind the new one.
                 EXPECT_TRUE(text == (file.IsSaved() ? after : before) || text.starts_with(after))
                     << n << text;
             } catch (const EQVCoreException& failure) {
                 EXPECT_EQ(E_HANDLE, failure.Result());
-                EXPECT_EQ(before, Read(m_path));
+                EXPECT_EQ(before, ReadFile(m_path));
             }
             const bool happened = g_failing == 0;
             g_failing = 0;
             EXPECT_EQ(m_descriptors, CountDescriptors());
             if (!happened) {
-                EXPECT_EQ(after, Read(m_path));
+                EXPECT_EQ(after, ReadFile(m_path));
                 break;
             }
         }
@@ -446,7 +463,7 @@ TEST_F(IniFileTest, ConvertsByTheAnsiCodePage)
         EXPECT_EQ(wide, Value(file, wide.c_str(), wide.c_str())) << byte;
         file.Save();
         const std::string narrow = QVWStringToAnsi(wide.c_str());
-        EXPECT_EQ("[" + narrow + "]\n" + narrow + "=" + narrow + "\n\n", Read(m_path));
+        EXPECT_EQ("[" + narrow + "]\n" + narrow + "=" + narrow + "\n\n", ReadFile(m_path));
     }
 }
 

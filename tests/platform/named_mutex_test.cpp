@@ -51,7 +51,11 @@ TEST_F(NamedMutexTest, BelongsToOneHandle)
     EXPECT_TRUE(second.Release());
     EXPECT_FALSE(second.Release());
     EXPECT_FALSE(ReleaseMutex(nullptr));
-    EXPECT_EQ(nullptr, CreateMutexA(nullptr, kTrue, name.c_str()));
+    for (const bool isNew : {false, true}) {
+        HANDLE const owner = CreateMutexA(nullptr, kTrue, (isNew ? name + "2" : name).c_str());
+        EXPECT_EQ(isNew ? kTrue : kFalse, ReleaseMutex(owner));
+        CloseHandle(owner);
+    }
     EXPECT_EQ(nullptr, CreateMutexA(nullptr, kFalse, nullptr));
 }
 
@@ -62,8 +66,12 @@ TEST_F(NamedMutexTest, TellsOfAnOwnersDeath)
     const Mutex keeper(name);
     for (const bool isGivenAgain : {false, true}) {
         auto& isOwned = MakeShared<std::atomic<bool>>();
+        auto& isOver = MakeShared<std::atomic<bool>>();
         Child owner([&] {
             Mutex mutex(name);
+            const Child heir([&] {
+                return mutex.Wait(0) == WAIT_FAILED && Becomes([&] { return isOver.load(); });
+            });
             isOwned = mutex.Wait() == WAIT_OBJECT_0;
             return pause() == 0;
         });
@@ -72,7 +80,8 @@ TEST_F(NamedMutexTest, TellsOfAnOwnersDeath)
         owner.Kill();
         const auto late = isGivenAgain ? std::make_unique<Mutex>(name) : nullptr;
         Mutex& next = isGivenAgain ? *late : *early;
-        EXPECT_EQ(WAIT_ABANDONED, next.Wait());
+        EXPECT_EQ(WAIT_ABANDONED, next.Wait(5000)); // though a child of the dead one lives
+        isOver = true;
         EXPECT_TRUE(next.Release());
         EXPECT_EQ(WAIT_OBJECT_0, next.Wait());
         EXPECT_TRUE(next.Release());
