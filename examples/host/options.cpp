@@ -1,7 +1,11 @@
 #include "options.h"
 
+#include <qvcore6/option.h>
+
+#include <algorithm>
 #include <charconv>
-#include <cstddef>
+#include <cstdint>
+#include <string_view>
 #include <system_error>
 
 namespace host
@@ -10,26 +14,29 @@ namespace host
 namespace
 {
 
-// The value of "--name VALUE" or "--name=VALUE" at arguments[i], which moves on. False if
-// arguments[i] is another option.
-bool TakeValue(const std::vector<std::string>& arguments, std::size_t& i, const std::string& name,
-               std::string& value, std::string& error)
+enum Choice : int32_t
 {
-    const std::string& argument = arguments[i];
-    if (argument.compare(0, name.size() + 1, name + "=") == 0) {
-        value = argument.substr(name.size() + 1);
-    } else if (argument != name) {
-        return false;
-    } else if (i + 1 < arguments.size()) {
-        value = arguments[++i];
-    }
-    if (value.empty()) {
-        error = name + " needs a value";
-    }
-    return true;
-}
+    kHelp,
+    kShowSettings,
+    kState,
+    kComponents,
+    kStatistics,
+    kThreads,
+    kWatch,
+    kClass
+};
 
-void ReadThreads(const std::string& value, Options& options)
+const QVOption kOptions[] = {{"help", QV_OPTION_NO_ARGUMENT, kHelp},
+                             {"settings", QV_OPTION_NO_ARGUMENT, kShowSettings},
+                             {"state", QV_OPTION_REQUIRES_ARGUMENT, kState},
+                             {"components", QV_OPTION_REQUIRES_ARGUMENT, kComponents},
+                             {"stats", QV_OPTION_REQUIRES_ARGUMENT, kStatistics},
+                             {"threads", QV_OPTION_REQUIRES_ARGUMENT, kThreads},
+                             {"watch", QV_OPTION_REQUIRES_ARGUMENT, kWatch},
+                             {"class", QV_OPTION_REQUIRES_ARGUMENT, kClass},
+                             {nullptr, 0, 0}};
+
+void ReadThreads(std::string_view value, Options& options)
 {
     const char* const end = value.data() + value.size();
     const auto [stop, failure] = std::from_chars(value.data(), end, options.threads);
@@ -38,38 +45,57 @@ void ReadThreads(const std::string& value, Options& options)
     }
 }
 
+void Take(int32_t choice, const std::string& value, Options& options)
+{
+    switch (choice) {
+    case kHelp:
+        options.help = true;
+        break;
+    case kShowSettings:
+        options.showSettings = true;
+        break;
+    case kState:
+        options.stateFolder = value;
+        break;
+    case kComponents:
+        options.componentFolder = value;
+        break;
+    case kStatistics:
+        options.statisticsFile = value;
+        break;
+    case kThreads:
+        ReadThreads(value, options);
+        break;
+    case kWatch:
+        options.watched = value;
+        break;
+    case kClass:
+        options.moreClasses.push_back(value);
+        break;
+    default: // the library has printed why
+        options.error = "the command line is wrong";
+    }
+}
+
 } // namespace
 
 Options ReadOptions(int count, char** arguments)
 {
     Options options;
-    const std::vector<std::string> list(arguments + (count > 0 ? 1 : 0), arguments + count);
-    bool onlyFiles = false;
-    for (std::size_t i = 0; i < list.size() && options.error.empty(); ++i) {
-        std::string value;
-        if (onlyFiles || list[i].empty() || list[i][0] != '-' || list[i] == "-") {
-            options.files.push_back(list[i]);
-        } else if (list[i] == "--") {
-            onlyFiles = true;
-        } else if (list[i] == "--help" || list[i] == "-h") {
-            options.help = true;
-        } else if (list[i] == "--settings") {
-            options.showSettings = true;
-        } else if (TakeValue(list, i, "--state", value, options.error)) {
-            options.stateFolder = value;
-        } else if (TakeValue(list, i, "--components", value, options.error)) {
-            options.componentFolder = value;
-        } else if (TakeValue(list, i, "--stats", value, options.error)) {
-            options.statisticsFile = value;
-        } else if (TakeValue(list, i, "--threads", value, options.error)) {
-            ReadThreads(value, options);
-        } else if (TakeValue(list, i, "--watch", value, options.error)) {
-            options.watched = value;
-        } else if (TakeValue(list, i, "--class", value, options.error)) {
-            options.moreClasses.push_back(value);
-        } else {
-            options.error = "unknown option " + list[i];
+    int32_t record = 0;
+    int32_t choice = 0;
+    while (options.error.empty() &&
+           (choice = QVGetOption(count, arguments, kOptions, &record)) != -1) {
+        const char* const value = QVGetOptionArgument;
+        if (value != nullptr && *value == '\0') {
+            options.error = std::string("--") + kOptions[record].name + " needs a value";
+            break;
         }
+        Take(choice, value != nullptr ? value : "", options);
+    }
+    if (options.error.empty()) {
+        // Without even the program's name the index is behind the end.
+        options.files.assign(arguments + std::min(QVGetOptionIndex, count), arguments + count);
     }
     if (options.error.empty() && !options.help && !options.showSettings &&
         options.watched.empty() && options.files.empty()) {
@@ -104,7 +130,10 @@ they are, and another program counts the words of the first file.
   --settings         moves what the store holds to an ini file, shows that, and
                      moves it back
   --                 what follows are files, even if they start with "-"
-  -h, --help         this text
+  --help             this text
+
+An option's name may be cut short, its value may follow behind a "=" too, and
+options may stand behind files.
 
 Exit status: 0 if all went well, 1 if a class or a file could not be used (the
 others are still done), 2 if the command line is wrong.

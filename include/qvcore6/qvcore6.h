@@ -12,13 +12,16 @@
 #include <qvcore6/condition.h>
 #include <qvcore6/diagnostics.h>
 #include <qvcore6/directory.h>
+#include <qvcore6/encoding.h>
 #include <qvcore6/event.h>
 #include <qvcore6/file.h>
 #include <qvcore6/gate.h>
+#include <qvcore6/locale.h>
 #include <qvcore6/lockstats.h>
 #include <qvcore6/memory.h>
 #include <qvcore6/module.h>
 #include <qvcore6/mutex.h>
+#include <qvcore6/option.h>
 #include <qvcore6/process.h>
 #include <qvcore6/registry.h>
 #include <qvcore6/result.h>
@@ -30,5 +33,6 @@
 #include <qvcore6/sysinfo.h>
 #include <qvcore6/thread.h>
 #include <qvcore6/time.h>
+#include <qvcore6/utf16file.h>
 
 #endif

@@ -60,14 +60,13 @@ Converter OpenConverter(const char* charset, UErrorCode& status)
     return Converter(ucnv_open(charset, &status));
 }
 
-struct Charset
+bool IsUtf8(const AnsiCharset& charset)
 {
-    bool IsUtf8() const { return std::string_view(name) == "UTF-8"; }
-    char name[48];
-};
+    return std::string_view(charset.name) == "UTF-8";
+}
 
 // False if memory ran out: then the answer is not to be kept.
-bool ReadEnvironment(Charset& charset)
+bool ReadEnvironment(AnsiCharset& charset)
 {
     charset = {"US-ASCII"}; // of "C", which a locale that is not installed leaves in place
     const LocaleHolder locale = MakeLocale();
@@ -85,15 +84,17 @@ enum class Fixed
     Yes
 };
 constinit std::atomic<Fixed> g_fixed{Fixed::No};
-constinit Charset g_charset{};
+constinit AnsiCharset g_charset{};
+
+} // namespace
 
 // Nobody waits for the thread that fixes it: the others read the environment for themselves.
-Charset AnsiCharset()
+AnsiCharset ReadAnsiCharset()
 {
     if (g_fixed.load(std::memory_order_acquire) == Fixed::Yes) {
         return g_charset;
     }
-    Charset charset;
+    AnsiCharset charset;
     Fixed no = Fixed::No;
     if (ReadEnvironment(charset) && g_fixed.compare_exchange_strong(no, Fixed::InWork)) {
         g_charset = charset;
@@ -101,6 +102,9 @@ Charset AnsiCharset()
     }
     return charset;
 }
+
+namespace
+{
 
 // Both return the whole length that the text needs, also when it did not fit.
 std::int32_t ConvertUtf8(WCHAR* dest, int size, const char* src, int count, UErrorCode& status)
@@ -224,8 +228,8 @@ std::int32_t ConvertInLocale(To* dest, int size, const From* src, int count, UEr
 template <class To, class From>
 std::int32_t Convert(To* dest, int size, const From* src, int count, UErrorCode& status)
 {
-    const Charset charset = AnsiCharset();
-    if (charset.IsUtf8()) {
+    const AnsiCharset charset = ReadAnsiCharset();
+    if (IsUtf8(charset)) {
         return ConvertUtf8(dest, size, src, count, status);
     }
     // Opened for each call: ICU keeps the tables, and nothing of ours outlives the library.

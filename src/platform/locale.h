@@ -16,6 +16,13 @@ inline constexpr DWORD CP_ACP = 0;
 // and around a fork: a child would find that lock as another thread held it, for ever.
 extern constinit CRITICAL_SECTION g_localeLock;
 
+// The charset of CP_ACP, as the C library names it.
+struct AnsiCharset
+{
+    char name[48];
+};
+AnsiCharset ReadAnsiCharset();
+
 extern "C"
 {
     // For CP_ACP with no flags. srcSize -1 means terminated, and counts the terminator; destSize 0

@@ -10,6 +10,8 @@ using BOOL = std::int32_t;
 using DWORD = std::uint32_t;
 using LONG = std::int32_t;
 using ULONG = std::uint32_t;
+using UINT = std::uint32_t;
+using LCID = std::uint32_t;
 using WCHAR = char16_t;
 
 inline constexpr BOOL kTrue = 1;
