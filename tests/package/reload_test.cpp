@@ -93,7 +93,9 @@ TEST(Reload, ThousandTimesLeavesNothingBehind)
     EXPECT_EQ(qv::test::CountDescriptors(), descriptors);
     if (kCountsMemory) {
         EXPECT_LE(MapLines(), maps + 4);
-        EXPECT_LE(mallinfo2().uordblks, heap + 4096);
+        // Half of what the smallest block (32 bytes) would make if each round left one: the C
+        // library's caches of freed blocks count as used, and fill up by chance.
+        EXPECT_LE(mallinfo2().uordblks, heap + std::size_t{kRounds} * 16);
     }
 }
 
