@@ -7,6 +7,7 @@
 #ifndef QVCORE6_QVCORE6_H
 #define QVCORE6_QVCORE6_H
 
+#include <qvcore6/address.h>
 #include <qvcore6/base.h>
 #include <qvcore6/component.h>
 #include <qvcore6/condition.h>

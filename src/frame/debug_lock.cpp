@@ -1,22 +1,15 @@
 #include "frame/debug_lock.h"
 
-#include "platform/critical_section.h"
+#include "frame/child_mutex.h"
 
 namespace qv::core
 {
 
 void FreeDebugLockInChild()
 {
-    if (g_globalData.m_debugMutex == nullptr) {
-        return;
+    if (g_globalData.m_debugMutex != nullptr) {
+        FreeMutexInChild(*g_globalData.m_debugMutex);
     }
-    const QVMutex mutex = *g_globalData.m_debugMutex;
-    if (QVMutexTryAcquire(mutex) >= 0) {
-        QVMutexRelease(mutex); // free, or the forking thread's own
-        return;
-    }
-    platform::InitializeCriticalSection(
-        static_cast<platform::CRITICAL_SECTION*>(QVMutexGetOSMutex(mutex)));
 }
 
 } // namespace qv::core

@@ -14,6 +14,8 @@
 #include "frame/facts.h"
 #include "frame/global_data.h"
 #include "frame/platform_facts.h"
+#include "host/computer_names.h"
+#include "host/my_addresses.h"
 #include "locks/lock_stat_manager.h"
 #include "locks/mutex.h"
 #include "platform/com.h"
@@ -65,6 +67,8 @@ void EndDebugMutex()
 // lock statistics go last, as a mutex that is destroyed may report to them.
 void EndGlobalData()
 {
+    g_computerNames.End();
+    g_myAddresses.End();
     End(g_globalData.m_clientData);
     End(g_globalData.m_moduleManager);
     EndDebugMutex();
@@ -85,6 +89,8 @@ class ForkedTables
 public:
     template <class Act> void Forwards(Act act) const
     {
+        act(g_computerNames);
+        act(g_myAddresses);
         Do(m_factories, act);
         Do(m_modules, act);
         Do(m_threads, act);
@@ -98,6 +104,8 @@ public:
         Do(m_threads, act);
         Do(m_modules, act);
         Do(m_factories, act);
+        act(g_myAddresses);
+        act(g_computerNames);
     }
 
 private:
