@@ -9,6 +9,7 @@
 #include <memory>
 #include <system_error>
 
+#include "charset.h"
 #include "report.h"
 #include "store.h"
 #include "text_analyser.h"
@@ -83,23 +84,32 @@ std::vector<Worker> MakeWorkers(const std::vector<TextClass>& classes)
     return workers;
 }
 
-// Reads in pieces: a file may be larger than memory.
-QVRESULT FeedFile(const Handle& file, std::vector<Worker>& workers)
+void Feed(const std::string& text, std::vector<Worker>& workers)
 {
-    std::vector<char> piece;
-    for (;;) {
-        piece.resize(kPieceBytes);
-        const QVRESULT result = Read(file, piece);
-        if (result < 0 || piece.empty()) {
-            return result;
-        }
-        for (Worker& worker : workers) {
-            if (worker.result >= 0) {
-                worker.result =
-                    worker.analyser->Feed(piece.data(), static_cast<uint32_t>(piece.size()));
-            }
+    for (Worker& worker : workers) {
+        if (worker.result >= 0 && !text.empty()) {
+            worker.result = worker.analyser->Feed(text.data(), static_cast<uint32_t>(text.size()));
         }
     }
+}
+
+// Reads in pieces: a file may be larger than memory. The first one tells the charset.
+QVRESULT FeedFile(const Handle& file, const std::u16string& told, std::vector<Worker>& workers,
+                  Charset& charset)
+{
+    std::vector<char> piece(kPieceBytes);
+    QVRESULT result = ReadFull(file, piece);
+    charset = FindCharset(told, piece, piece.size() < kPieceBytes);
+    Utf8Stream stream(charset.name);
+    std::size_t skipped = charset.mark;
+    while (result >= 0 && !piece.empty()) {
+        Feed(stream.Convert(piece.data() + skipped, piece.size() - skipped), workers);
+        skipped = 0;
+        piece.resize(kPieceBytes);
+        result = ReadFull(file, piece);
+    }
+    Feed(stream.End(), workers);
+    return result;
 }
 
 void AddFindings(const std::string& file, Worker& worker, FileReport& report)
@@ -175,12 +185,14 @@ FileReport Analyse(const TextFile& file, const std::vector<TextClass>& classes)
         return {"", {file.name + ": cannot be opened: " + InWords(opened)}};
     }
     std::vector<Worker> workers = MakeWorkers(classes);
-    const QVRESULT read = FeedFile(handle, workers);
+    Charset charset;
+    const QVRESULT read = FeedFile(handle, file.charset, workers, charset);
     if (read < 0) {
         return {"", {file.name + ": cannot be read to its end: " + InWords(read)}};
     }
     FileReport report;
-    report.text = "\n" + Shown(file.name) + "\n";
+    report.text = "\n" + Shown(file.name) + "\n" +
+                  Row(2, "charset", Shown(Narrow(charset.name)) + " (" + charset.reason + ")");
     for (Worker& worker : workers) {
         AddFindings(file.name, worker, report);
     }

@@ -58,7 +58,7 @@ std::vector<TextFile> FilesIn(Folder& folder, const std::u16string& path)
     while (folder.Next(entry)) {
         if ((entry.m_mode & kDirectoryBit) == 0) {
             const std::u16string file = path + (path.back() == u'/' ? u"" : u"/") + entry.m_name;
-            files.push_back({file, Legible(file)});
+            files.push_back({file, Legible(file), u""});
         }
     }
     std::sort(files.begin(), files.end(),
@@ -75,7 +75,7 @@ std::vector<TextFile> FindFiles(const std::vector<std::string>& arguments,
     for (const std::string& argument : arguments) {
         const std::u16string path = Widen(argument);
         if (argument == "-") {
-            files.push_back({u"", argument});
+            files.push_back({u"", argument, u""});
         } else if (path.empty()) {
             problems.push_back(argument + ": the name is not UTF-8 (give its folder instead)");
         } else if (Folder folder(path); folder.IsOpen()) {
@@ -85,7 +85,7 @@ std::vector<TextFile> FindFiles(const std::vector<std::string>& arguments,
                 problems.push_back(argument + ": there is no file in this folder");
             }
         } else {
-            files.push_back({path, argument});
+            files.push_back({path, argument, u""});
         }
     }
     return files;
@@ -116,6 +116,20 @@ QVRESULT Read(const Handle& handle, std::vector<char>& piece)
         QVFileRead(handle.Get(), piece.data(), static_cast<uint32_t>(piece.size()), &size);
     piece.resize(size);
     return result == QV_E_END_OF_DATA ? S_OK : result;
+}
+
+QVRESULT ReadFull(const Handle& handle, std::vector<char>& piece)
+{
+    const std::size_t most = piece.size();
+    std::vector<char> part(most);
+    piece.clear();
+    QVRESULT result = S_OK;
+    do {
+        part.resize(most - piece.size());
+        result = Read(handle, part);
+        piece.insert(piece.end(), part.begin(), part.end());
+    } while (result >= 0 && !part.empty() && piece.size() < most);
+    return result;
 }
 
 QVRESULT Write(const Handle& handle, const char* bytes, std::size_t size)

@@ -13,8 +13,9 @@ namespace host
 
 struct TextFile
 {
-    std::u16string path; // empty: the standard input
-    std::string name;    // for the screen
+    std::u16string path;    // empty: the standard input
+    std::string name;       // for the screen
+    std::u16string charset; // empty: to be found out
 };
 
 // The files that the arguments name. A folder stands for its plain files, in the order of their
@@ -44,6 +45,8 @@ private:
 QVRESULT Open(const TextFile& file, Handle& handle);
 // Reads into the piece, which says how much it may be and then how much it was: 0 at the end.
 QVRESULT Read(const Handle& handle, std::vector<char>& piece);
+// The same, but less than the piece may be is the end.
+QVRESULT ReadFull(const Handle& handle, std::vector<char>& piece);
 // All of it, or a failure.
 QVRESULT Write(const Handle& handle, const char* bytes, std::size_t size);
 

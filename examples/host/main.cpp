@@ -24,6 +24,7 @@
 #include "report.h"
 #include "settings.h"
 #include "store.h"
+#include "surroundings.h"
 
 namespace
 {
@@ -155,6 +156,7 @@ int Run(const Options& options, const char* program)
         }
         return failed.empty() ? 0 : 1;
     }
+    PrintSurroundings();
     Settings settings = ReadSettings();
     if (options.threads != 0) {
         settings.threads = options.threads;
@@ -171,7 +173,10 @@ int Run(const Options& options, const char* program)
         return 1;
     }
     std::vector<std::string> problems;
-    const std::vector<TextFile> files = FindFiles(options.files, problems);
+    std::vector<TextFile> files = FindFiles(options.files, problems);
+    for (TextFile& file : files) {
+        file.charset = Widen(options.encoding);
+    }
     for (const std::string& wrong : problems) {
         PrintProblem(wrong);
         good = false;

@@ -21,6 +21,7 @@ enum Choice : int32_t
     kState,
     kComponents,
     kStatistics,
+    kEncoding,
     kThreads,
     kWatch,
     kClass
@@ -31,6 +32,7 @@ const QVOption kOptions[] = {{"help", QV_OPTION_NO_ARGUMENT, kHelp},
                              {"state", QV_OPTION_REQUIRES_ARGUMENT, kState},
                              {"components", QV_OPTION_REQUIRES_ARGUMENT, kComponents},
                              {"stats", QV_OPTION_REQUIRES_ARGUMENT, kStatistics},
+                             {"encoding", QV_OPTION_REQUIRES_ARGUMENT, kEncoding},
                              {"threads", QV_OPTION_REQUIRES_ARGUMENT, kThreads},
                              {"watch", QV_OPTION_REQUIRES_ARGUMENT, kWatch},
                              {"class", QV_OPTION_REQUIRES_ARGUMENT, kClass},
@@ -62,6 +64,9 @@ void Take(int32_t choice, const std::string& value, Options& options)
         break;
     case kStatistics:
         options.statisticsFile = value;
+        break;
+    case kEncoding:
+        options.encoding = value;
         break;
     case kThreads:
         ReadThreads(value, options);
@@ -111,7 +116,8 @@ std::string HelpText()
 
 Looks at each FILE, at all files in a FILE that is a folder, or at the standard
 input for "-", with the classes of two components, a text counter written in C++
-and a word table written in C, and prints what they find. The classes are
+and a word table written in C, and prints what they find. The classes get each
+text in UTF-8, whatever its charset is. They are
 registered in a store first, and then created by name or by GUID, as any program
 that uses the library would do it. Several threads share the work; what their
 queue's lock has counted is shown at the end. A second process prints how far
@@ -121,6 +127,9 @@ they are, and another program counts the words of the first file.
                      in the folder "state" beside this program
   --components DIR   where the components' libraries are; without it in the
                      folder "components" beside this program's own folder
+  --encoding NAME    the charset of the files, as ICU names it (a name that it does
+                     not know is ISO-8859-1); without it each file's own: by a
+                     byte order mark, or UTF-8 if it is, or else that of the user
   --threads N        how many threads share the files, 1 to 64; without it as many
                      as the last time, and one for each processor at first
   --stats FILE       append the lock statistics to FILE, as comma-separated

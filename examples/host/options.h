@@ -16,6 +16,7 @@ struct Options
     std::string stateFolder;
     std::string componentFolder;
     std::string statisticsFile;
+    std::string encoding;                 // of all files; empty: to be found out
     std::string watched;                  // be the second process for the counter of this name
     std::size_t threads = 0;              // 0: as remembered
     std::vector<std::string> moreClasses; // ProgIDs beside those of the example

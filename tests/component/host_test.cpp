@@ -1,8 +1,10 @@
 // Runs the example host as its users do, and looks at what it says.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +21,13 @@ std::string Write(const std::string& name, const std::string& content)
     return kFolder + "/" + name;
 }
 
+std::string HostName()
+{
+    char name[HOST_NAME_MAX + 1] = {};
+    gethostname(name, sizeof name);
+    return name;
+}
+
 TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
 {
     std::filesystem::remove_all(kFolder);
@@ -26,6 +35,11 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
     const std::string good = Write("good", "one two\n");
     const std::string words = Write("words", "Don't DON'T don't " + std::string(100000, 'w'));
     const std::string cut = std::string(256 * 1024 - 1, 'a') + "\xE2\x82\xAC"; // between two reads
+
+    std::string wide("\xFF\xFEx\0", 4); // and pairs of surrogates, one of them between two reads
+    while (wide.size() < 800004) {
+        wide += "\x3D\xD8\x02\xDE";
+    }
 
     const std::string sham = kFolder + "/sham"; // a folder of components, one of them none
     std::filesystem::create_directories(sham);
@@ -39,14 +53,27 @@ TEST(Host, DescribesTextsSaysWhatIsWrongAndDoesTheRest)
     } rows[] = {
         // The values were counted by other means (wc, sort, uniq).
         {QV_TEST_TEXTS "/kaffee.txt", 0, "most frequent brötchen x3\n"},
-        {"--threads 3 " QV_TEST_TEXTS, 0, "\n4 of 4 files done, by 3 threads ("},
+        {"--threads 3 " QV_TEST_TEXTS, 0, "\n6 of 6 files done, by 3 threads ("},
         {QV_TEST_TEXTS, 0, "kaffee.txt\n /usr/bin/wc -w 74\n"},
-        {QV_TEST_TEXTS, 0, "\n4 of 4 files\n\nLock"}, // the second process's last word
+        {QV_TEST_TEXTS, 0, "\n6 of 6 files\n\nLock"}, // the second process's last word
         {"--threads 2 " + words + " " + words + " && cat " + kFolder + "/state/lockstats.csv", 0,
          "(host: files to do),4,"}, // two files, and the end of the queue for each thread
         {Write("empty", ""), 0, "nothing: the file is empty"},
         {Write("zero", std::string("a\0b", 3)), 0, "looks like binary data"},
-        {Write("broken", "\xFF\xC3\xA9\xE2\x82x\xC3"), 0, "broken UTF-8 3 places"},
+        {"--encoding=UTF-8 " + Write("broken", "\xFF\xC3\xA9\xE2\x82x\xC3"), 0,
+         "broken UTF-8 3 places"},
+        {words, 0, "\n computer " + HostName() + "\n user "},
+        {QV_TEST_TEXTS "/menu.txt", 0, "menu.txt\n charset windows-1252 (as it is no UTF-8)\n"},
+        {QV_TEST_TEXTS "/menu.txt", 0, "characters 182 (18 beyond ASCII)\n bytes 206\n"},
+        {QV_TEST_TEXTS "/tide.txt", 0, "words 20\n characters 111 (35 beyond ASCII)\n"},
+        {Write("mark", "\xEF\xBB\xBF"
+                       "a"),
+         0,
+         "charset UTF-8 (by its mark)\n Example.TextCounter\n"
+         " lines 1\n longest line 1 characters\n"},
+        {Write("pairs", wide), 0, "characters 200001 (200000 beyond ASCII)\n bytes 800001\n"},
+        {"--encoding shift_jis " + Write("sjis", "\x82\xA0 \x82\xA2\x82"), 0,
+         "words 2\n characters 4 (2 beyond ASCII)\n"},
         {Write("cut", cut), 0, "characters 262144 (1 beyond ASCII)"},
         {"- <" + words, 0, "different ones 2\n"},
         {kFolder + "/missing " + good, 1, "missing: cannot be opened: it is not there"},
