@@ -18,9 +18,10 @@ namespace
 // Addresses, so that no resolver is asked.
 std::vector<std::string> Names()
 {
-    std::vector<std::string> names;
-    for (int i = 0; i < 200; ++i) {
-        names.push_back("2001:DB8::" + std::to_string(1000 + i));
+    std::vector<std::string> names(200);
+    int number = 1000;
+    for (std::string& name : names) {
+        name = "2001:DB8::" + std::to_string(number++);
     }
     return names;
 }
@@ -52,7 +53,7 @@ void Map(benchmark::State& state)
     }
     std::size_t i = 0;
     for (auto _ : state) {
-        const std::string key = lowerCased(names[i++ % names.size()].c_str());
+        const std::string key = lowerCased(names[i++ % names.size()]);
         const std::lock_guard hold(mutex);
         benchmark::DoNotOptimize(answers.find(key)->second);
     }

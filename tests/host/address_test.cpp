@@ -555,11 +555,11 @@ TEST_F(Address, BearsThreadsAndForks)
                QVIsThisMyComputerA(("no" + number).c_str()) == 0 &&
                QVGetMyAddressInformation(&chains[0], &chains[1]) == S_OK && chains[1] != nullptr;
     };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&, t] {
+    std::vector<std::thread> threads(8);
+    for (std::thread& thread : threads) {
+        thread = std::thread([&, first = static_cast<int>(&thread - threads.data()) * 10] {
             for (int i = 0; i < 200 || forks > 0; ++i) {
-                wrong += ask(i % 500 + t * 10) ? 0 : 1;
+                wrong += ask(first + i % 500) ? 0 : 1;
             }
         });
     }
