@@ -20,6 +20,7 @@
 #include "locks/mutex.h"
 #include "platform/com.h"
 #include "platform/lifecycle.h"
+#include "text/encoding_pool.h"
 
 constinit CQVGlobalData g_globalData{};
 
@@ -67,6 +68,7 @@ void EndDebugMutex()
 // lock statistics go last, as a mutex that is destroyed may report to them.
 void EndGlobalData()
 {
+    EmptyEncodingPool();
     g_computerNames.End();
     g_myAddresses.End();
     End(g_globalData.m_clientData);

@@ -13,6 +13,7 @@
 #include "platform/error.h"
 #include "platform/locale.h"
 #include "platform/section_hold.h"
+#include "text/encoding_pool.h"
 
 using namespace qv;
 using namespace qv::core;
@@ -71,7 +72,7 @@ UConverter* OpenNamed(const char* name)
     return nullptr;
 }
 
-UConverter* OpenByName(const QVWChar* encodingName)
+UConverter* OpenByName(const QVWChar* encodingName, bool& isNamed)
 {
     char name[128];
     std::size_t length = 0;
@@ -84,6 +85,7 @@ UConverter* OpenByName(const QVWChar* encodingName)
         name[length] = 0;
         converter = OpenNamed(name);
     }
+    isNamed = converter != nullptr;
     if (converter == nullptr) {
         converter = OpenIcu(kLastResort);
     }
@@ -119,6 +121,7 @@ QVRESULT Convert(Call call, UConverter* converter, const From** source, const Fr
 
 int32_t QVEncUtilInit(const char* dataDirectory)
 {
+    EmptyEncodingPool(); // other data may have other charsets
     const platform::SectionHold locked(&platform::g_localeLock);
     u_setDataDirectory(dataDirectory);
     UErrorCode ignored = U_ZERO_ERROR;
@@ -128,10 +131,12 @@ int32_t QVEncUtilInit(const char* dataDirectory)
     return count;
 }
 
-void QVEncConverter::Open(const QVWChar* encodingName)
+bool QVEncConverter::Open(const QVWChar* encodingName)
 {
     const platform::KeepErrno keepErrno;
-    m_converter = encodingName != nullptr ? OpenByName(encodingName) : OpenDefault();
+    bool isNamed = false;
+    m_converter = encodingName != nullptr ? OpenByName(encodingName, isNamed) : OpenDefault();
+    return isNamed;
 }
 
 void QVEncConverter::Close()
@@ -140,6 +145,11 @@ void QVEncConverter::Close()
         const platform::SectionHold locked(&platform::g_localeLock);
         ucnv_close(m_converter);
     }
+}
+
+void QVEncConverter::Reset()
+{
+    ucnv_reset(m_converter);
 }
 
 QVRESULT QVEncConverter::SetSubstitutionChar(int32_t character)

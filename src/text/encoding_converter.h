@@ -8,9 +8,11 @@
 // What the caller has opened and closes.
 struct QVEncConverter
 {
-    // A failure leaves it without a converter.
-    void Open(const QVWChar* encodingName);
+    // A failure leaves it without a converter. True if it is the one of that name, and none that
+    // stands in for it.
+    bool Open(const QVWChar* encodingName);
     void Close();
+    void Reset();
 
     QVRESULT SetSubstitutionChar(int32_t character);
 
@@ -24,15 +26,6 @@ struct QVEncConverter
 
 namespace qv::core
 {
-
-// One for a scope.
-struct ScopedConverter : QVEncConverter
-{
-    explicit ScopedConverter(const QVWChar* encodingName) { Open(encodingName); }
-    ~ScopedConverter() { Close(); }
-    ScopedConverter(const ScopedConverter&) = delete;
-    ScopedConverter& operator=(const ScopedConverter&) = delete;
-};
 
 QVRESULT ResultOf(UErrorCode status);
 

@@ -5,8 +5,9 @@
 #include <new>
 
 #include "text/encoding_converter.h"
+#include "text/encoding_pool.h"
 
-using qv::core::ScopedConverter;
+using qv::core::PooledConverter;
 
 namespace
 {
@@ -152,15 +153,13 @@ QVRESULT QVEncConvert(const char* source, uint32_t* sourceLength, const QVWChar*
                       char* target, uint32_t* targetLength, const QVWChar* targetEncoding,
                       int32_t substitutionChar)
 {
-    ScopedConverter from(sourceEncoding);
-    QVRESULT result = from.SetSubstitutionChar(substitutionChar);
-    if (result < 0) {
-        return result;
+    PooledConverter from(sourceEncoding, substitutionChar);
+    if (from.Result() < 0) {
+        return from.Result();
     }
-    ScopedConverter to(targetEncoding);
-    result = to.SetSubstitutionChar(substitutionChar);
-    if (result < 0) {
-        return result;
+    PooledConverter to(targetEncoding, substitutionChar);
+    if (to.Result() < 0) {
+        return to.Result();
     }
     const bool isUsable =
         (source != nullptr || *sourceLength == 0) && (target != nullptr || *targetLength == 0);
@@ -168,8 +167,8 @@ QVRESULT QVEncConvert(const char* source, uint32_t* sourceLength, const QVWChar*
         *sourceLength = *targetLength = 0;
         return E_FAIL;
     }
-    Conversion conversion(from, to, source, *sourceLength, target, *targetLength);
-    result = conversion.Run();
+    Conversion conversion(from.Get(), to.Get(), source, *sourceLength, target, *targetLength);
+    const QVRESULT result = conversion.Run();
     *sourceLength = conversion.ReadBytes();
     *targetLength = conversion.WrittenBytes();
     return result;

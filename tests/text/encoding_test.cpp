@@ -338,6 +338,31 @@ TEST(Encoding, ConvertsAmongTheUtfFamily)
     EXPECT_EQ(0, length);
 }
 
+TEST(Encoding, WholeTextsLeaveNothingToTheNext)
+{
+    const std::string text = "a\u3042\u3044b"; // with two changes of the mode
+    std::string whole;
+    ASSERT_EQ(S_OK, Convert(text, u"UTF-8", &whole, u"ISO-2022-JP"));
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        std::string part;
+        EXPECT_EQ(QV_E_BUFFER_TOO_SMALL,
+                  Convert(text, u"UTF-8", &part, u"ISO-2022-JP", '?', static_cast<uint32_t>(i)));
+        Convert(whole.substr(0, i), u"ISO-2022-JP", &part, u"UTF-8", -1);
+        std::string again;
+        EXPECT_EQ(S_OK, Convert(text, u"UTF-8", &again, u"ISO-2022-JP")) << i;
+        EXPECT_EQ(whole, again) << i;
+        EXPECT_EQ(S_OK, Convert(whole, u"ISO-2022-JP", &again, u"UTF-8", -1)) << i;
+        EXPECT_EQ(text, again) << i;
+    }
+    // The character counts with the name.
+    std::string other;
+    EXPECT_EQ(S_OK, Convert("\u3042", u"UTF-8", &other, u"windows-1252", '?'));
+    EXPECT_EQ("?", other);
+    EXPECT_EQ(S_OK, Convert("\u3042", u"UTF-8", &other, u"windows-1252", '!'));
+    EXPECT_EQ("!", other);
+    EXPECT_EQ(QV_E_INVALID_CHAR, Convert("\u3042", u"UTF-8", &other, u"windows-1252", -1));
+}
+
 TEST(Encoding, BearsThreadsAndForks)
 {
     std::atomic<bool> isDone = false;
@@ -424,6 +449,9 @@ TEST(Encoding, WorksOnWithoutMemory)
     }
     g_icuFailing = 0;
     EXPECT_EQ(S_OK, code);
+    std::string result;
+    EXPECT_EQ(S_OK, Convert("\xA5", u"windows-1250", &result, u"UTF-8"));
+    EXPECT_EQ("\u0104", result) << "what stood in for it was kept";
 }
 
 } // namespace
