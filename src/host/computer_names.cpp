@@ -122,6 +122,8 @@ void ComputerNames::End()
     delete m_answers;
     m_answers = nullptr;
     m_ready = false;
+    m_myAddressChain = nullptr;
+    m_localhostChain = nullptr;
     m_mutex.Destroy();
 }
 
